@@ -1,0 +1,283 @@
+#include <tarvo/core/ckexception.h>
+
+#include <tarvo/core/ckformat.h>
+#include <tarvo/core/detail/ckrttiregistration.h>
+#include <tarvo/core/detail/exceptionreport.h>
+#include <tarvo/platform/framework/cexception.h>
+#include <tarvo/streams/ckstreamwriteascii.h>
+
+#include <cstdint>
+#include <utility>
+
+namespace
+{
+/// How many reports may be under way on one thread, each raised by a listener of the one before. Deeper ones are dropped.
+constexpr int maximumReportDepth = 4;
+constinit thread_local int t_reportDepth = 0;
+
+/// Where a dying exception leaves its history to the destructor that started on this thread, see `~CkException`.
+constinit thread_local CkException::History* t_leftHistory = nullptr;
+
+/// A copy of `previous` as an object of its class; empty when that class has no clone function or cloning fails: what
+/// goes wrong with the cause must not replace the error itself.
+CkException::History cloneOf(const CkException& previous) noexcept
+try
+{
+    const CkRTTI& rtti = previous.GetRTTI();
+    const auto registration = CkRTTIRegistration::Find(rtti.GetName());
+    // Another class of that name would clone an object that is none of its own.
+    if (registration.record != &rtti || registration.clone == nullptr)
+        return nullptr;
+    return static_cast<const CkException*>(registration.clone(&previous));
+}
+catch (...)
+{
+    return nullptr;
+}
+
+CkException::History describe(const std::exception& previous)
+{
+    return new CkException(CK_T("std::exception (") + CString(previous.what()) + CK_T(")"), 0);
+}
+
+/// 32-bit FNV-1 over the low byte of each unit.
+std::uint32_t hashOf(const CString& text) noexcept
+{
+    std::uint32_t hash = 0x811C9DC5u;
+    for (const WCHAR unit : text)
+        hash = (hash * 0x01000193u) ^ (static_cast<std::uint32_t>(unit) & 0xFFu);
+    return hash;
+}
+} // namespace
+
+CkException::CkException(const CString& fileName, unsigned int codeLine, History history, const CkRTTI& rtti)
+    : m_fileName(fileName), m_codeLine(codeLine), m_threadId(GetCurrentThreadId()), m_history(std::move(history))
+{
+    dumpLog(rtti);
+}
+
+CkException::CkException(const CString& fileName, unsigned int codeLine)
+    : CkException(fileName, codeLine, History(), RTTI)
+{
+}
+
+CkException::CkException(const CString& fileName, unsigned int codeLine, const CkException& previous)
+    : CkException(fileName, codeLine, cloneOf(previous), RTTI)
+{
+}
+
+CkException::CkException(const CString& fileName, unsigned int codeLine, const std::exception& previous)
+    : CkException(fileName, codeLine, describe(previous), RTTI)
+{
+}
+
+CkException::CkException(const CString& fileName, unsigned int codeLine, const CkRTTI& rtti)
+    : CkException(fileName, codeLine, History(), rtti)
+{
+}
+
+CkException::CkException(const CString& fileName, unsigned int codeLine, const CkException& previous,
+                         const CkRTTI& rtti)
+    : CkException(fileName, codeLine, cloneOf(previous), rtti)
+{
+}
+
+CkException::CkException(const CString& fileName, unsigned int codeLine, const std::exception& previous,
+                         const CkRTTI& rtti)
+    : CkException(fileName, codeLine, describe(previous), rtti)
+{
+}
+
+CkException::CkException(const CkException&) = default;
+CkException& CkException::operator=(const CkException&) = default;
+
+// A chain of causes is taken down by the destructor of its first element, in a loop: each element that dies inside the
+// loop leaves its own history to it instead of releasing that itself. An element that others still hold does not die,
+// and ends the loop.
+CkException::~CkException()
+{
+    if (!m_history)
+        return;
+    if (t_leftHistory != nullptr && !*t_leftHistory)
+    {
+        t_leftHistory->swap(m_history);
+        return;
+    }
+    History left;
+    History* const outer = std::exchange(t_leftHistory, &left);
+    for (History current = std::move(m_history); current; current = std::move(left))
+        current.Reset();
+    t_leftHistory = outer;
+}
+
+const CkRTTI& CkException::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkException* CkException::Clone(const CkException& exception)
+{
+    return new CkException(exception);
+}
+
+CString CkException::GetErrorCode() const
+{
+    CString text = m_fileName;
+    const int last = text.ReverseFind(CK_T('\\'));
+    if (last >= 0)
+    {
+        const int parent = text.Left(last).ReverseFind(CK_T('\\'));
+        text = text.Mid(parent + 1);
+    }
+    const std::uint32_t hash = hashOf(text.MakeLower());
+    return CkFormat(CK_T("%03x %03x.%03x"), hash >> 12 & 0xFFFu, hash & 0xFFFu, m_codeLine);
+}
+
+void CkException::dumpException(CkStreamWriteASCII& stream) const
+{
+    stream << m_fileName << CK_T("(") << m_codeLine << CK_T("): EXCEPTION ") << GetClassNameW() << CK_T("\n");
+}
+
+void CkException::dump(CkStreamWriteASCII& stream) const
+{
+    dumpException(stream);
+    for (const CkException* cause = m_history.Get(); cause != nullptr; cause = cause->m_history.Get())
+    {
+        stream << CK_T("\t");
+        cause->dumpException(stream);
+    }
+}
+
+void CkException::dumpLog(const CkRTTI& rtti) const noexcept
+{
+    if (t_reportDepth == maximumReportDepth)
+        return;
+    ++t_reportDepth;
+    try
+    {
+        tarvo::detail::reportException(m_fileName, m_codeLine, rtti);
+    }
+    catch (CException* exception)
+    {
+        exception->Delete();
+    }
+    catch (...)
+    {
+        // The error under construction matters more than what went wrong with its report.
+    }
+    --t_reportDepth;
+}
+
+CkExceptionPreconditionViolation::CkExceptionPreconditionViolation(const CString& fileName, unsigned int codeLine)
+    : CkException(fileName, codeLine, RTTI)
+{
+}
+
+CkExceptionPreconditionViolation::CkExceptionPreconditionViolation(const CString& fileName, unsigned int codeLine, const CkException& previous)
+    : CkException(fileName, codeLine, previous, RTTI)
+{
+}
+
+const CkRTTI& CkExceptionPreconditionViolation::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkExceptionPreconditionViolation* CkExceptionPreconditionViolation::Clone(const CkExceptionPreconditionViolation& exception)
+{
+    return new CkExceptionPreconditionViolation(exception);
+}
+
+CkExceptionCondition::CkExceptionCondition(const CString& fileName, unsigned int codeLine)
+    : CkException(fileName, codeLine, RTTI)
+{
+}
+
+CkExceptionCondition::CkExceptionCondition(const CString& fileName, unsigned int codeLine, const CkException& previous)
+    : CkException(fileName, codeLine, previous, RTTI)
+{
+}
+
+const CkRTTI& CkExceptionCondition::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkExceptionCondition* CkExceptionCondition::Clone(const CkExceptionCondition& exception)
+{
+    return new CkExceptionCondition(exception);
+}
+
+CkExceptionOutOfMemory::CkExceptionOutOfMemory(const CString& fileName, unsigned int codeLine)
+    : CkException(fileName, codeLine, RTTI)
+{
+}
+
+CkExceptionOutOfMemory::CkExceptionOutOfMemory(const CString& fileName, unsigned int codeLine, const CkException& previous)
+    : CkException(fileName, codeLine, previous, RTTI)
+{
+}
+
+const CkRTTI& CkExceptionOutOfMemory::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkExceptionOutOfMemory* CkExceptionOutOfMemory::Clone(const CkExceptionOutOfMemory& exception)
+{
+    return new CkExceptionOutOfMemory(exception);
+}
+
+CkExceptionStream::CkExceptionStream(const CString& fileName, unsigned int codeLine)
+    : CkException(fileName, codeLine, RTTI)
+{
+}
+
+CkExceptionStream::CkExceptionStream(const CString& fileName, unsigned int codeLine, const CkException& previous)
+    : CkException(fileName, codeLine, previous, RTTI)
+{
+}
+
+const CkRTTI& CkExceptionStream::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkExceptionStream* CkExceptionStream::Clone(const CkExceptionStream& exception)
+{
+    return new CkExceptionStream(exception);
+}
+
+CkExceptionWrongFileVersion::CkExceptionWrongFileVersion(const CString& fileName, unsigned int codeLine)
+    : CkException(fileName, codeLine, RTTI)
+{
+}
+
+CkExceptionWrongFileVersion::CkExceptionWrongFileVersion(const CString& fileName, unsigned int codeLine, const CkException& previous)
+    : CkException(fileName, codeLine, previous, RTTI)
+{
+}
+
+const CkRTTI& CkExceptionWrongFileVersion::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkExceptionWrongFileVersion* CkExceptionWrongFileVersion::Clone(const CkExceptionWrongFileVersion& exception)
+{
+    return new CkExceptionWrongFileVersion(exception);
+}
+
+CString tarvo::detail::sourceFile(std::string_view path)
+{
+    constexpr std::string_view separators = "/\\";
+    const std::size_t name = path.find_last_of(separators);
+    const std::size_t dot = path.rfind('.');
+    if (dot != path.npos && (name == path.npos || dot > name))
+        path = path.substr(0, dot);
+    if (name == path.npos)
+        return CString::FromUtf8(path);
+    const std::size_t folder = name == 0 ? path.npos : path.find_last_of(separators, name - 1);
+    const std::size_t start = folder == path.npos ? 0 : folder + 1;
+    return CString::FromUtf8(path.substr(start, name - start)) + CK_T("\\") + CString::FromUtf8(path.substr(name + 1));
+}

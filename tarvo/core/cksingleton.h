@@ -1,0 +1,86 @@
+#pragma once
+
+#include <tarvo/library/unloadsequence.h>
+#include <tarvo/platform/framework/cstring.h>
+#include <tarvo/threads/ckcriticalsection.h>
+
+#include <atomic>
+
+/// Base of a class with one instance in the process, made on first use: `class Log : public CkSingleton<Log>`, with a
+/// default constructor that only `friend class CkSingleton<Log>` can reach.
+///
+/// Threads: both operations may be called from any thread. An existing instance costs one read; making one holds
+/// `GetCriticalSectionSingleton()`, also while the constructor of `T` runs.
+/// Lifetime: the instance is destroyed when the module that made it goes, singletons first asked for later going first.
+/// One that is asked for after that is made anew and stays for the rest of the process.
+/// Failure: what the constructor of `T` raises passes on; the next call tries again.
+///
+/// Where several modules use one singleton, the module that owns it instantiates the template once and exports it
+/// (`extern template class CkSingleton<Log>;` in its header), so that all see the same instance.
+template <class T>
+class TARVO_SHARED_TEMPLATE CkSingleton
+{
+public:
+    CkSingleton(const CkSingleton&) = delete;
+    CkSingleton& operator=(const CkSingleton&) = delete;
+
+    static T& GetInstance()
+    {
+        // Acquire pairs with the release in `create`.
+        T* const instance = s_pInstance.load(std::memory_order_acquire);
+        return instance != nullptr ? *instance : create();
+    }
+
+    /// 1 when there is an instance, else 0. Makes none.
+    static int HasInstance()
+    {
+        const CkCriticalSectionAuto guard(GetCriticalSectionSingleton());
+        return s_pInstance.load(std::memory_order_relaxed) != nullptr ? 1 : 0;
+    }
+
+protected:
+    CkSingleton() = default;
+    ~CkSingleton() = default;
+
+private:
+    static T& create()
+    {
+        const CkCriticalSectionAuto guard(GetCriticalSectionSingleton());
+        if (!s_registered)
+        {
+            tarvo::detail::registerUnload(s_unload, tarvo::detail::thisModule());
+            s_registered = true;
+        }
+        T* instance = s_pInstance.load(std::memory_order_relaxed);
+        if (instance == nullptr)
+        {
+            instance = new T;
+            s_pInstance.store(instance, std::memory_order_release);
+        }
+        return *instance;
+    }
+
+    /// Takes no lock. The pointer goes first: what the destructor reports finds no half-destroyed instance.
+    static void destroy() { delete s_pInstance.exchange(nullptr, std::memory_order_acq_rel); }
+
+    static std::atomic<T*> s_pInstance;
+    static bool s_registered; ///< Guarded by the singleton lock.
+    static tarvo::detail::UnloadEntry s_unload;
+};
+
+template <class T>
+constinit std::atomic<T*> CkSingleton<T>::s_pInstance{nullptr};
+
+template <class T>
+constinit bool CkSingleton<T>::s_registered = false;
+
+template <class T>
+constinit tarvo::detail::UnloadEntry CkSingleton<T>::s_unload{&CkSingleton<T>::destroy};
+
+/// Add 1 to, or take 1 from, a count that clients may keep of their singletons. Not synchronised; the name is not used
+/// and the library does not read the count.
+TARVO_API void IncrementSingletonCounter(const CString& name);
+TARVO_API void DecrementSingletonCounter(const CString& name);
+
+/// Whether the library is still building its static objects: never, when a client can ask.
+TARVO_API bool IsStaticInit();

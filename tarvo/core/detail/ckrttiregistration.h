@@ -1,0 +1,24 @@
+#pragma once
+
+#include <tarvo/core/ckrtti.h>
+
+/// The registered classes: for each name the latest record, with the functions that make objects of the class.
+///
+/// Threads: both operations may be called from any thread. Takes a lock of its own and no other meanwhile.
+/// Lifetime: made by the first registration, destroyed at unload after the library's records; afterwards every name is
+/// unknown.
+class CkRTTIRegistration
+{
+public:
+    struct SRegistration
+    {
+        const CkRTTI* record = nullptr;
+        CkRTTI::CreateFunction create = nullptr;
+        CkRTTI::CloneFunction clone = nullptr;
+    };
+
+    static void Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone);
+
+    /// What is registered under `name`; all null when there is nothing.
+    static SRegistration Find(const CString& name);
+};

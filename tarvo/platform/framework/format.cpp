@@ -1,0 +1,592 @@
+#include <tarvo/platform/framework/format.h>
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace tarvo::framework
+{
+namespace
+{
+/// No `double` has more decimals than this, nor more significant digits; what is asked for beyond are zeros.
+constexpr unsigned long long maxDecimals = 1074;
+constexpr unsigned long long maxSignificantDigits = 767;
+/// The digits of the largest `double`, the point, and all decimals.
+constexpr std::size_t realBufferSize = 309 + 1 + maxDecimals + 16;
+
+constexpr int addressDigits = 16;
+
+void upperCase(char* begin, const char* end) noexcept
+{
+    for (; begin != end; ++begin)
+    {
+        if (*begin >= 'a' && *begin <= 'z')
+            *begin = static_cast<char>(*begin - 0x20);
+    }
+}
+
+void writeAddress(char* out, const void* address) noexcept
+{
+    auto rest = reinterpret_cast<std::uintptr_t>(address);
+    for (int digit = addressDigits; digit-- > 0; rest >>= 4)
+        out[digit] = "0123456789ABCDEF"[rest & 0xF];
+}
+
+/// Writes a magnitude below 2^43 with six decimals: 10^6 times the exact binary value fits 128 bits, so it is rounded
+/// to a whole number, half to even, by looking at the bits below the point. Returns the end.
+char* writeSixDecimals(char* out, char* end, double magnitude) noexcept
+{
+    __extension__ using Wide = unsigned __int128;
+    constexpr int mantissaBits = 52;
+    constexpr int highestShift = 74; // 2^53 * 10^6 < 2^73: shifted further, everything is below one half
+
+    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
+    const int exponent = static_cast<int>(bits >> mantissaBits);
+    const std::uint64_t fraction = bits & ((std::uint64_t{1} << mantissaBits) - 1);
+    const std::uint64_t mantissa = exponent != 0 ? fraction | std::uint64_t{1} << mantissaBits : fraction;
+    const int shift = 1075 - (exponent != 0 ? exponent : 1);
+
+    std::uint64_t millionths = 0;
+    if (shift <= highestShift)
+    {
+        const Wide product = Wide{mantissa} * 1'000'000;
+        const Wide half = Wide{1} << (shift - 1);
+        const Wide below = product & (half * 2 - 1);
+        millionths = static_cast<std::uint64_t>(product >> shift);
+        if (below > half || (below == half && (millionths & 1) != 0))
+            ++millionths;
+    }
+
+    out = std::to_chars(out, end, millionths / 1'000'000).ptr;
+    *out = '.';
+    auto rest = static_cast<unsigned int>(millionths % 1'000'000);
+    for (int digit = 6; digit > 0; --digit, rest /= 10)
+        out[digit] = static_cast<char>('0' + rest % 10);
+    return out + 7;
+}
+
+/// Writes a finite magnitude in fixed notation and returns the end.
+char* writeFixed(char* out, char* end, double magnitude, int decimals) noexcept
+{
+    constexpr double sixDecimalsLimit = 0x1p43;
+    if (decimals == 6 && magnitude < sixDecimalsLimit)
+        return writeSixDecimals(out, end, magnitude);
+    return std::to_chars(out, end, magnitude, std::chars_format::fixed, decimals).ptr;
+}
+
+/// The variable arguments, in an object because a `va_list` itself cannot be handed on and go on from there.
+class Arguments
+{
+public:
+    explicit Arguments(va_list list) noexcept { va_copy(m_list, list); }
+    ~Arguments() { va_end(m_list); }
+
+    Arguments(const Arguments&) = delete;
+    Arguments& operator=(const Arguments&) = delete;
+
+    int nextInt() noexcept { return va_arg(m_list, int); }
+    long long nextInt64() noexcept { return va_arg(m_list, long long); }
+    double nextDouble() noexcept { return va_arg(m_list, double); }
+    const void* nextPointer() noexcept { return va_arg(m_list, const void*); }
+
+private:
+    va_list m_list;
+};
+
+enum class Size
+{
+    standard,
+    byte,
+    word,
+    dword,
+    qword
+};
+
+/// What stands between `%` and the conversion.
+struct Spec
+{
+    bool left = false;
+    bool plus = false;
+    bool space = false;
+    bool zero = false;
+    bool alternate = false;
+    unsigned long long width = 0;
+    long long precision = -1; ///< below 0: none given
+    Size size = Size::standard;
+    WCHAR conversion = 0; ///< zero: the format ended
+
+    /// The precision as an upper limit of a length.
+    std::size_t limit() const noexcept { return precision < 0 ? SIZE_MAX : static_cast<std::size_t>(precision); }
+};
+
+/// Reads one specification; the cursor stands on its `%` and moves behind its conversion.
+class SpecReader
+{
+public:
+    SpecReader(const WCHAR*& cursor, Arguments& arguments) noexcept : m_cursor(cursor), m_arguments(arguments) {}
+
+    Spec read() noexcept
+    {
+        ++m_cursor;
+        while (readFlag())
+            ++m_cursor;
+        readWidth();
+        if (skip(CK_T('.')))
+            readPrecision();
+        m_spec.size = readSize();
+        m_spec.conversion = *m_cursor;
+        if (m_spec.conversion != 0)
+            ++m_cursor;
+        return m_spec;
+    }
+
+private:
+    bool skip(WCHAR unit) noexcept
+    {
+        if (*m_cursor != unit)
+            return false;
+        ++m_cursor;
+        return true;
+    }
+
+    bool readFlag() noexcept
+    {
+        switch (*m_cursor)
+        {
+        case CK_T('-'): return m_spec.left = true;
+        case CK_T('+'): return m_spec.plus = true;
+        case CK_T(' '): return m_spec.space = true;
+        case CK_T('0'): return m_spec.zero = true;
+        case CK_T('#'): return m_spec.alternate = true;
+        default: return false;
+        }
+    }
+
+    /// Stops counting above any length that a text can have.
+    long long readNumber() noexcept
+    {
+        long long number = 0;
+        for (; *m_cursor >= CK_T('0') && *m_cursor <= CK_T('9'); ++m_cursor)
+        {
+            if (number <= INT_MAX)
+                number = number * 10 + (*m_cursor - CK_T('0'));
+        }
+        return number;
+    }
+
+    void readWidth() noexcept
+    {
+        const long long width = skip(CK_T('*')) ? m_arguments.nextInt() : readNumber();
+        m_spec.left = m_spec.left || width < 0;
+        m_spec.width = static_cast<unsigned long long>(width < 0 ? -width : width);
+    }
+
+    void readPrecision() noexcept { m_spec.precision = skip(CK_T('*')) ? m_arguments.nextInt() : readNumber(); }
+
+    Size readSize() noexcept
+    {
+        if (skip(CK_T('h')))
+            return skip(CK_T('h')) ? Size::byte : Size::word;
+        if (skip(CK_T('l')))
+            return skip(CK_T('l')) ? Size::qword : Size::dword;
+        if (skip(CK_T('I')))
+            return readBits();
+        const bool wide = skip(CK_T('z')) || skip(CK_T('j')) || skip(CK_T('t')) || skip(CK_T('L'));
+        return wide ? Size::qword : Size::standard;
+    }
+
+    /// What follows `I`: 32, 64, or nothing for the size of a pointer.
+    Size readBits() noexcept
+    {
+        const bool narrow = m_cursor[0] == CK_T('3') && m_cursor[1] == CK_T('2');
+        const bool wide = m_cursor[0] == CK_T('6') && m_cursor[1] == CK_T('4');
+        if (narrow || wide)
+            m_cursor += 2;
+        return narrow ? Size::dword : Size::qword;
+    }
+
+    const WCHAR*& m_cursor;
+    Arguments& m_arguments;
+    Spec m_spec;
+};
+
+/// A number in its parts, in the order in which they appear.
+struct Number
+{
+    char prefix[2];
+    std::size_t prefixLength = 0;
+    std::size_t leadingZeros = 0;
+    std::string_view digits;
+    bool point = false; ///< one that `digits` does not hold
+    std::size_t trailingZeros = 0;
+    std::string_view exponent;
+    bool zeroPadded = false; ///< the width is filled up by leading zeros
+
+    void addPrefix(char unit) noexcept { prefix[prefixLength++] = unit; }
+
+    void addSign(const Spec& spec, bool negative) noexcept
+    {
+        if (negative)
+            addPrefix('-');
+        else if (spec.plus)
+            addPrefix('+');
+        else if (spec.space)
+            addPrefix(' ');
+    }
+
+    /// Drops the zeros that end the decimals, and the point when no decimal is left.
+    void stripDecimals() noexcept
+    {
+        trailingZeros = 0;
+        if (digits.find('.') == std::string_view::npos)
+            return;
+        digits.remove_suffix(digits.size() - 1 - digits.find_last_not_of('0'));
+        if (digits.back() == '.')
+            digits.remove_suffix(1);
+    }
+
+    std::size_t length() const noexcept
+    {
+        return prefixLength + leadingZeros + digits.size() + (point ? 1 : 0) + trailingZeros + exponent.size();
+    }
+};
+
+/// Turns a magnitude into digits, which live as long as this object.
+class RealDigits
+{
+public:
+    explicit RealDigits(bool upper) noexcept : m_upper(upper) {}
+
+    void special(Number& number, double magnitude) noexcept
+    {
+        std::memcpy(m_buffer, std::isnan(magnitude) ? "nan" : "inf", 3);
+        finish(m_buffer + 3);
+        number.digits = {m_buffer, 3};
+    }
+
+    void fixed(Number& number, double magnitude, std::size_t decimals, bool alternate) noexcept
+    {
+        const std::size_t written = std::min<std::size_t>(decimals, maxDecimals);
+        number.digits = finish(writeFixed(m_buffer, std::end(m_buffer), magnitude, static_cast<int>(written)));
+        number.point = alternate && decimals == 0;
+        number.trailingZeros = decimals - written;
+    }
+
+    void scientific(Number& number, double magnitude, std::size_t decimals, bool alternate) noexcept
+    {
+        const std::size_t written = std::min<std::size_t>(decimals, maxSignificantDigits - 1);
+        const std::string_view text = finish(std::to_chars(m_buffer, std::end(m_buffer), magnitude,
+                                                           std::chars_format::scientific, static_cast<int>(written))
+                                                 .ptr);
+        const std::size_t exponent = text.find(m_upper ? 'E' : 'e');
+        number.digits = text.substr(0, exponent);
+        number.exponent = text.substr(exponent);
+        number.point = alternate && decimals == 0;
+        number.trailingZeros = decimals - written;
+    }
+
+    /// The shorter of both notations: fixed for exponents from -4 to below the number of significant digits.
+    void general(Number& number, double magnitude, std::size_t significant, bool alternate) noexcept
+    {
+        scientific(number, magnitude, significant - 1, alternate);
+        const int exponent = exponentOf(number.exponent);
+        if (exponent >= -4 && exponent < static_cast<long long>(significant))
+        {
+            number.exponent = {};
+            const long long decimals = static_cast<long long>(significant) - 1 - exponent;
+            fixed(number, magnitude, static_cast<std::size_t>(decimals), alternate);
+        }
+        if (!alternate)
+            number.stripDecimals();
+    }
+
+private:
+    std::string_view finish(char* end) noexcept
+    {
+        if (m_upper)
+            upperCase(m_buffer, end);
+        return {m_buffer, static_cast<std::size_t>(end - m_buffer)};
+    }
+
+    static int exponentOf(std::string_view text) noexcept
+    {
+        int exponent = 0;
+        std::from_chars(text.data() + 2, text.data() + text.size(), exponent);
+        return text[1] == '-' ? -exponent : exponent;
+    }
+
+    bool m_upper;
+    char m_buffer[realBufferSize];
+};
+
+class Formatter
+{
+public:
+    Formatter(TextBuffer& out, va_list arguments) noexcept : m_out(out), m_arguments(arguments) {}
+
+    void run(const WCHAR* cursor)
+    {
+        while (*cursor != 0)
+        {
+            const WCHAR* const begin = cursor;
+            while (*cursor != 0 && *cursor != CK_T('%'))
+                ++cursor;
+            appendText({begin, cursor});
+            if (*cursor == 0)
+                return;
+            const WCHAR* const percent = cursor;
+            const Spec spec = SpecReader(cursor, m_arguments).read();
+            if (!convert(spec))
+                appendText({percent, cursor});
+        }
+    }
+
+private:
+    /// False for an unknown conversion.
+    bool convert(const Spec& spec)
+    {
+        switch (spec.conversion)
+        {
+        case CK_T('d'):
+        case CK_T('i'): signedInteger(spec); return true;
+        case CK_T('u'):
+        case CK_T('o'):
+        case CK_T('x'):
+        case CK_T('X'): unsignedInteger(spec); return true;
+        case CK_T('f'):
+        case CK_T('F'):
+        case CK_T('e'):
+        case CK_T('E'):
+        case CK_T('g'):
+        case CK_T('G'): real(spec); return true;
+        case CK_T('c'): character(spec); return true;
+        case CK_T('s'): text(spec, spec.size == Size::word); return true;
+        case CK_T('S'): text(spec, spec.size != Size::dword); return true;
+        case CK_T('p'): address(spec); return true;
+        case CK_T('%'): appendText(CK_T("%")); return true;
+        default: return false;
+        }
+    }
+
+    void signedInteger(const Spec& spec)
+    {
+        const long long value = nextSigned(spec.size);
+        const auto bits = static_cast<unsigned long long>(value);
+        Number number;
+        number.addSign(spec, value < 0);
+        integer(spec, number, value < 0 ? 0 - bits : bits, 10);
+    }
+
+    void unsignedInteger(const Spec& spec)
+    {
+        const unsigned long long value = nextUnsigned(spec.size);
+        const bool hexadecimal = spec.conversion == CK_T('x') || spec.conversion == CK_T('X');
+        Number number;
+        if (hexadecimal && spec.alternate && value != 0)
+        {
+            number.addPrefix('0');
+            number.addPrefix(static_cast<char>(spec.conversion));
+        }
+        integer(spec, number, value, hexadecimal ? 16 : spec.conversion == CK_T('o') ? 8 : 10);
+    }
+
+    void integer(const Spec& spec, Number& number, unsigned long long magnitude, int base)
+    {
+        char buffer[24];
+        char* end = buffer;
+        if (magnitude != 0 || spec.precision != 0)
+            end = std::to_chars(buffer, std::end(buffer), magnitude, base).ptr;
+        if (spec.conversion == CK_T('X'))
+            upperCase(buffer, end);
+        number.digits = {buffer, static_cast<std::size_t>(end - buffer)};
+        if (spec.precision > static_cast<long long>(number.digits.size()))
+            number.leadingZeros = static_cast<std::size_t>(spec.precision) - number.digits.size();
+        else if (base == 8 && spec.alternate && !number.digits.starts_with('0'))
+            number.leadingZeros = 1;
+        number.zeroPadded = spec.zero && spec.precision < 0;
+        put(spec, number);
+    }
+
+    void real(const Spec& spec)
+    {
+        const double value = m_arguments.nextDouble();
+        const double magnitude = std::fabs(value);
+        const std::size_t precision = spec.precision < 0 ? 6 : spec.limit();
+        const bool upper = spec.conversion < CK_T('a');
+        RealDigits digits(upper);
+        Number number;
+        number.addSign(spec, std::signbit(value));
+        number.zeroPadded = spec.zero && std::isfinite(value);
+        const WCHAR notation = upper ? static_cast<WCHAR>(spec.conversion + 0x20) : spec.conversion;
+        if (!std::isfinite(value))
+            digits.special(number, magnitude);
+        else if (notation == CK_T('f'))
+            digits.fixed(number, magnitude, precision, spec.alternate);
+        else if (notation == CK_T('e'))
+            digits.scientific(number, magnitude, precision, spec.alternate);
+        else
+            digits.general(number, magnitude, std::max<std::size_t>(precision, 1), spec.alternate);
+        put(spec, number);
+    }
+
+    void character(const Spec& spec)
+    {
+        const auto unit = static_cast<WCHAR>(m_arguments.nextInt());
+        putField(spec, {&unit, 1});
+    }
+
+    void text(const Spec& spec, bool narrow)
+    {
+        const void* const argument = m_arguments.nextPointer();
+        if (argument == nullptr)
+            putField(spec, TextView(CK_T("(null)")).substr(0, spec.limit()));
+        else if (narrow)
+            putField(spec, CString::FromNarrow(bounded(static_cast<const char*>(argument), spec.limit())).View());
+        else
+            putField(spec, bounded(static_cast<const WCHAR*>(argument), spec.limit()));
+    }
+
+    void address(const Spec& spec)
+    {
+        char digits[addressDigits];
+        writeAddress(digits, m_arguments.nextPointer());
+        Number number;
+        number.digits = {digits, addressDigits};
+        put(spec, number);
+    }
+
+    long long nextSigned(Size size) noexcept
+    {
+        switch (size)
+        {
+        case Size::byte: return static_cast<signed char>(m_arguments.nextInt());
+        case Size::word: return static_cast<short>(m_arguments.nextInt());
+        case Size::qword: return m_arguments.nextInt64();
+        default: return m_arguments.nextInt();
+        }
+    }
+
+    unsigned long long nextUnsigned(Size size) noexcept
+    {
+        const auto value = static_cast<unsigned long long>(nextSigned(size));
+        switch (size)
+        {
+        case Size::byte: return value & 0xFF;
+        case Size::word: return value & 0xFFFF;
+        case Size::qword: return value;
+        default: return value & 0xFFFFFFFF;
+        }
+    }
+
+    /// The text up to its zero, which is not looked for beyond `limit`.
+    template <typename Unit>
+    static std::basic_string_view<Unit> bounded(const Unit* text, std::size_t limit) noexcept
+    {
+        std::size_t length = 0;
+        while (length < limit && text[length] != 0)
+            ++length;
+        return {text, length};
+    }
+
+    /// Makes sure that a field fits and returns how much has to be added to reach its width.
+    std::size_t padding(const Spec& spec, std::size_t length) const
+    {
+        const auto width = std::max<std::size_t>(spec.width, length);
+        requireRoom(m_out.size(), width);
+        return width - length;
+    }
+
+    void putField(const Spec& spec, TextView field)
+    {
+        const std::size_t spaces = padding(spec, field.size());
+        m_out.append(spec.left ? 0 : spaces, CK_T(' '));
+        m_out.append(field);
+        m_out.append(spec.left ? spaces : 0, CK_T(' '));
+    }
+
+    void put(const Spec& spec, const Number& number)
+    {
+        const std::size_t filler = padding(spec, number.length());
+        const bool zeros = number.zeroPadded && !spec.left;
+        m_out.append(zeros || spec.left ? 0 : filler, CK_T(' '));
+        appendAscii({number.prefix, number.prefixLength});
+        m_out.append(number.leadingZeros + (zeros ? filler : 0), CK_T('0'));
+        appendAscii(number.digits);
+        m_out.append(number.point ? 1 : 0, CK_T('.'));
+        m_out.append(number.trailingZeros, CK_T('0'));
+        appendAscii(number.exponent);
+        m_out.append(spec.left ? filler : 0, CK_T(' '));
+    }
+
+    void appendText(TextView text)
+    {
+        requireRoom(m_out.size(), text.size());
+        m_out.append(text);
+    }
+
+    void appendAscii(std::string_view text)
+    {
+        for (const char unit : text)
+            m_out.push_back(static_cast<WCHAR>(unit));
+    }
+
+    TextBuffer& m_out;
+    Arguments m_arguments;
+};
+} // namespace
+
+void formatInto(TextBuffer& out, const WCHAR* format, va_list arguments)
+{
+    if (format != nullptr)
+        Formatter(out, arguments).run(format);
+}
+
+NumberText::NumberText(int value) noexcept : NumberText(static_cast<long long>(value)) {}
+
+NumberText::NumberText(unsigned int value) noexcept : NumberText(static_cast<unsigned long long>(value)) {}
+
+NumberText::NumberText(long long value) noexcept
+{
+    char buffer[24];
+    widen(buffer, std::to_chars(buffer, std::end(buffer), value).ptr);
+}
+
+NumberText::NumberText(unsigned long long value) noexcept
+{
+    char buffer[24];
+    widen(buffer, std::to_chars(buffer, std::end(buffer), value).ptr);
+}
+
+NumberText::NumberText(double value) noexcept
+{
+    char buffer[maxLength];
+    char* begin = buffer;
+    if (std::signbit(value))
+        *begin++ = '-';
+    const double magnitude = std::fabs(value);
+    if (std::isfinite(value))
+    {
+        widen(buffer, writeFixed(begin, std::end(buffer), magnitude, 6));
+        return;
+    }
+    std::memcpy(begin, std::isnan(value) ? "nan" : "inf", 3);
+    widen(buffer, begin + 3);
+}
+
+NumberText::NumberText(const void* address) noexcept
+{
+    char buffer[addressDigits];
+    writeAddress(buffer, address);
+    widen(buffer, std::end(buffer));
+}
+
+void NumberText::widen(const char* begin, const char* end) noexcept
+{
+    m_length = static_cast<int>(end - begin);
+    *std::copy(begin, end, m_text) = 0;
+}
+} // namespace tarvo::framework

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+
+// Sleeping and waking on a 32-bit word.
+
+namespace tarvo::kernel
+{
+/// Sleeps while `word` holds `expected`, until a wake-up or the monotonic `deadline` (null: without limit). Returns
+/// false when the deadline has passed; true says only that the word is worth another look.
+inline bool futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, const timespec* deadline) noexcept
+{
+    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline, nullptr,
+                                FUTEX_BITSET_MATCH_ANY);
+    return result == 0 || errno != ETIMEDOUT;
+}
+
+/// Wakes up to `count` sleepers. Takes an address only: the word may be gone already, which at worst wakes a stranger
+/// who then looks at a word of its own again.
+inline void futexWake(std::atomic<std::uint32_t>* word, int count) noexcept
+{
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+}
+
+/// A mutual-exclusion lock of one word, for sections of a few instructions. Needs no destruction.
+///
+/// | word | meaning                               |
+/// |------|---------------------------------------|
+/// | 0    | free                                  |
+/// | 1    | held                                  |
+/// | 2    | held, and somebody may be asleep      |
+///
+/// The three states are those of U. Drepper, "Futexes Are Tricky" (2011), mutex 2.
+class FutexLock
+{
+public:
+    constexpr FutexLock() noexcept = default;
+
+    void lock() noexcept
+    {
+        std::uint32_t word = 0;
+        if (m_word.compare_exchange_strong(word, 1, std::memory_order_acquire, std::memory_order_relaxed))
+            return;
+        while (m_word.exchange(2, std::memory_order_acquire) != 0)
+            futexWait(m_word, 2, nullptr);
+    }
+
+    void unlock() noexcept
+    {
+        if (m_word.exchange(0, std::memory_order_release) == 2)
+            futexWake(&m_word, 1);
+    }
+
+private:
+    std::atomic<std::uint32_t> m_word{0};
+};
+} // namespace tarvo::kernel

@@ -1,0 +1,46 @@
+#include <tarvo/platform/kernel/linux/handles.h>
+
+#include <memory>
+#include <new>
+
+using tarvo::kernel::HandlePin;
+using tarvo::kernel::Semaphore;
+
+HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES*, LONG initialCount, LONG maximumCount, LPCWSTR name) noexcept
+{
+    if (initialCount < 0 || maximumCount < 1 || initialCount > maximumCount || name != nullptr)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    std::unique_ptr<Semaphore> semaphore(new (std::nothrow) Semaphore(static_cast<std::uint32_t>(initialCount),
+                                                                      static_cast<std::uint32_t>(maximumCount)));
+    const HANDLE handle = semaphore ? tarvo::kernel::openHandle(semaphore.get()) : nullptr;
+    if (handle == nullptr)
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    else
+        semaphore.release();
+    return handle;
+}
+
+BOOL ReleaseSemaphore(HANDLE handle, LONG count, LONG* previousCount) noexcept
+{
+    const HandlePin pin(handle);
+    Semaphore* const semaphore = pin.As<Semaphore>();
+    if (semaphore == nullptr)
+        return FALSE;
+    if (count < 1)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    std::uint32_t previous = 0;
+    if (!semaphore->Post(static_cast<std::uint32_t>(count), previous))
+    {
+        SetLastError(ERROR_TOO_MANY_POSTS);
+        return FALSE;
+    }
+    if (previousCount != nullptr)
+        *previousCount = static_cast<LONG>(previous);
+    return TRUE;
+}

@@ -1,0 +1,204 @@
+#include <tarvo/streams/ckstreamwriteascii.h>
+
+#include <tarvo/core/ckformat.h>
+#include <tarvo/platform/framework/format.h>
+
+using tarvo::framework::NumberText;
+
+namespace
+{
+/// Narrow integers as `int`, which holds them all, and float as double.
+template <class T>
+auto widened(T value) noexcept
+{
+    return +value;
+}
+
+double widened(float value) noexcept
+{
+    return value;
+}
+} // namespace
+
+CkStreamWriteASCII::~CkStreamWriteASCII() = default;
+
+const CkRTTI& CkStreamWriteASCII::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkStreamWrite& CkStreamWriteASCII::writeNumber(const NumberText& text)
+{
+    return write(CString(text.Text(), text.Length()));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(const CString& value)
+{
+    return write(value);
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(bool value)
+{
+    return write(value ? CK_T("true") : CK_T("false"));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(double value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(float value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(__int64 value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned __int64 value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(int value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned int value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(short value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned short value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(signed char value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned char value)
+{
+    return writeNumber(NumberText(widened(value)));
+}
+
+CkStreamWriteASCII& CkStreamWriteASCII::operator<<(const CkStreamWriteASCIIString& stream)
+{
+    *this << *stream;
+    return *this;
+}
+
+CkStreamWriteASCII& CkStreamWriteASCII::operator<<(const CkFormat& format)
+{
+    write(format);
+    return *this;
+}
+
+void CkStreamWriteASCII::WriteAddress(const void* address)
+{
+    const NumberText digits(address);
+    write(CK_T("0x") + CString(digits.Text(), digits.Length()));
+}
+
+CkStreamWriteASCIIString::~CkStreamWriteASCIIString() = default;
+
+const CkRTTI& CkStreamWriteASCIIString::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::write(const CString& text)
+{
+    m_text.Append(text);
+    return *this;
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::append(const NumberText& text)
+{
+    m_text.Append(text.Text(), text.Length());
+    return *this;
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(double value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(float value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(__int64 value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned __int64 value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(int value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned int value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(short value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned short value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(signed char value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned char value)
+{
+    return append(NumberText(widened(value)));
+}
+
+CkStreamWriteASCIITrace::~CkStreamWriteASCIITrace() = default;
+
+const CkRTTI& CkStreamWriteASCIITrace::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkStreamWrite& CkStreamWriteASCIITrace::write(const CString&)
+{
+    return *this;
+}
+
+CkStreamWriteASCIITraceDiagnostic::~CkStreamWriteASCIITraceDiagnostic() = default;
+
+const CkRTTI& CkStreamWriteASCIITraceDiagnostic::GetRTTI() const
+{
+    return RTTI;
+}
+
+CkStreamWrite& CkStreamWriteASCIITraceDiagnostic::write(const CString&)
+{
+    return *this;
+}

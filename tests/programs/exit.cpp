@@ -1,0 +1,96 @@
+// The process ends with its exit code although singletons, static objects and running threads still use the library.
+
+#include <tarvo/tarvo.h>
+
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+
+namespace
+{
+constexpr int success = 0;
+
+int g_steps = 0;
+
+[[noreturn]] void fail(int code)
+{
+    std::_Exit(code);
+}
+
+class Earlier : public CkSingleton<Earlier>
+{
+public:
+    ~Earlier()
+    {
+        if (++g_steps != 2)
+            fail(11);
+    }
+};
+
+class Later : public CkSingleton<Later>
+{
+public:
+    ~Later()
+    {
+        if (++g_steps != 1 || Earlier::HasInstance() != 1)
+            fail(12);
+        // Gone as far as others can see: made anew, and never destroyed.
+        static bool again = false;
+        if (!again)
+        {
+            again = true;
+            GetInstance();
+        }
+    }
+};
+
+/// Constructed before the singletons' first use, so destroyed after all of them.
+struct Last
+{
+    ~Last()
+    {
+        if (g_steps != 2)
+            fail(13);
+        const CkCriticalSectionAuto guard(GetCriticalSectionSingleton());
+        Later::GetInstance();
+        try
+        {
+            throw CkExceptionStream(CK_SOURCE_FILE, 1, CkException(CK_SOURCE_FILE, 2));
+        }
+        catch (const CkException& exception)
+        {
+            if (exception.GetErrorCode().IsEmpty() || exception.ToString().IsEmpty())
+                fail(14);
+        }
+    }
+};
+
+void workForEver(CkCriticalSection& section)
+{
+    for (;;)
+    {
+        const CkCriticalSectionAuto guard(section);
+        try
+        {
+            throw CkExceptionStream(CK_SOURCE_FILE, 3, CkException(CK_SOURCE_FILE, 4));
+        }
+        catch (const CkException&)
+        {
+        }
+        const CkSmartPointer<CkException> shared(new CkException(CK_SOURCE_FILE, 5));
+    }
+}
+} // namespace
+
+int main()
+{
+    static Last last;
+    static CkCriticalSection section(10);
+    Earlier::GetInstance();
+    Later::GetInstance();
+    for (int i = 0; i < 3; ++i)
+        std::thread(workForEver, std::ref(section)).detach();
+    for (int i = 0; i < 100; ++i)
+        const CkCriticalSectionAuto guard(section);
+    std::exit(success);
+}

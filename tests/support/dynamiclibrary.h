@@ -1,0 +1,65 @@
+#pragma once
+
+#include <string>
+
+#if defined(_WIN32)
+#    include <windows.h>
+#else
+#    include <dlfcn.h>
+#endif
+
+/// Modules that lie beside the running program, by name without prefix and extension.
+namespace dynamiclibrary
+{
+#if defined(_WIN32)
+inline constexpr const char* tarvo = "Tarvo";
+
+inline void* load(const std::string& name)
+{
+    return reinterpret_cast<void*>(LoadLibraryA((name + ".dll").c_str()));
+}
+
+inline bool isLoaded(const std::string& name)
+{
+    return GetModuleHandleA((name + ".dll").c_str()) != nullptr;
+}
+
+inline void unload(void* module)
+{
+    FreeLibrary(static_cast<HMODULE>(module));
+}
+
+template <class Function>
+Function* find(void* module, const char* symbol)
+{
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(module), symbol)));
+}
+#else
+inline constexpr const char* tarvo = "libTarvo";
+
+inline void* load(const std::string& name)
+{
+    // The search path of the program begins with its own folder.
+    return dlopen((name + ".so").c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+inline bool isLoaded(const std::string& name)
+{
+    void* const module = dlopen((name + ".so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (module != nullptr)
+        dlclose(module);
+    return module != nullptr;
+}
+
+inline void unload(void* module)
+{
+    dlclose(module);
+}
+
+template <class Function>
+Function* find(void* module, const char* symbol)
+{
+    return reinterpret_cast<Function*>(dlsym(module, symbol));
+}
+#endif
+} // namespace dynamiclibrary
