@@ -7,7 +7,9 @@
 #include <array>
 #include <cmath>
 #include <concepts>
+#include <cstdint>
 #include <ios>
+#include <limits>
 #include <random>
 #include <sstream>
 #include <string>
@@ -32,7 +34,7 @@ std::array<T, valueCount> makeValues(int digits)
 }
 
 template <class T>
-constexpr int longestNumber = sizeof(T) == 4 ? 9 : std::integral<T> ? 18 : 12;
+constexpr int longestNumber = std::floating_point<T> ? 12 : std::numeric_limits<T>::digits10;
 
 /// Each iteration empties the text and then appends all values to it.
 template <class T, class Empty, class Append>

@@ -4,7 +4,7 @@
 #include <absl/synchronization/mutex.h>
 #include <benchmark/benchmark.h>
 
-#include <barrier>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <thread>
@@ -124,32 +124,55 @@ private:
     std::uint64_t m_number = 88172645463325252u;
 };
 
-/// Wall time for an operation, so that a lock which lets one processor idle pays for it. A batch takes milliseconds; what
-/// it takes to bring both threads to the start is small beside that.
+/// Where two threads wait for each other. Neither sleeps meanwhile: a thread that is woken may be put behind the other
+/// on the same processor, and would come to the start when the race is over.
+class Gate
+{
+public:
+    void Meet()
+    {
+        const int round = m_round.load(std::memory_order_acquire);
+        if (m_arrived.exchange(true, std::memory_order_acq_rel))
+        {
+            m_arrived.store(false, std::memory_order_relaxed);
+            m_round.store(round + 1, std::memory_order_release);
+            return;
+        }
+        while (m_round.load(std::memory_order_acquire) == round)
+            std::this_thread::yield();
+    }
+
+private:
+    std::atomic<int> m_round{0};
+    std::atomic<bool> m_arrived{false};
+};
+
+/// Wall time for an operation, so that a lock which lets one processor idle pays for it. A batch takes milliseconds; the
+/// way through the gate is small beside that.
 template <class Mutex, int steps, int operations>
 void contended(benchmark::State& state)
 {
     Contest<Mutex> contest(steps);
-    std::barrier gate(2);
+    Gate gate;
     bool over = false;
     std::thread rival(
         [&]
         {
-            for (gate.arrive_and_wait(); !over; gate.arrive_and_wait())
+            for (gate.Meet(); !over; gate.Meet())
             {
                 contest.TakePart();
-                gate.arrive_and_wait();
+                gate.Meet();
             }
         });
     while (state.KeepRunningBatch(operations))
     {
         contest.Refill(operations);
-        gate.arrive_and_wait();
+        gate.Meet();
         contest.TakePart();
-        gate.arrive_and_wait();
+        gate.Meet();
     }
     over = true;
-    gate.arrive_and_wait();
+    gate.Meet();
     rival.join();
 }
 

@@ -64,7 +64,7 @@ bool CkCriticalSection::ensureSemaphore() noexcept
 // costs the next one a look at the owner, nothing else.
 bool CkCriticalSection::perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept
 {
-    const HANDLE semaphore = m_semaphore.load(std::memory_order_acquire);
+    HANDLE semaphore = m_semaphore.load(std::memory_order_acquire);
     if (semaphore == nullptr)
         return false;
     const DWORD start = GetTickCount();
@@ -82,14 +82,22 @@ bool CkCriticalSection::perfLockKernel(ULONG threadId, unsigned int timeoutMs) n
         }
         const DWORD rest = timeoutMs == INFINITE ? INFINITE : timeoutMs - elapsed;
         const DWORD result = WaitForSingleObject(semaphore, seen ? rest : std::min(rest, uncertainSleep));
-        if (result != WAIT_OBJECT_0 && result != WAIT_TIMEOUT)
+        // Whoever gave a unit has taken this thread off the count; after anything else it still stands there.
+        registered = result != WAIT_OBJECT_0;
+        if (result != WAIT_OBJECT_0 && result != WAIT_TIMEOUT && !replaceClosed(semaphore))
         {
             m_waiterCount.fetch_sub(1, std::memory_order_relaxed);
             return false;
         }
-        // Whoever gave the unit has taken this thread off the count; after a time-out it still stands there.
-        registered = result == WAIT_TIMEOUT;
     }
+}
+
+bool CkCriticalSection::replaceClosed(HANDLE& semaphore) noexcept
+{
+    if (m_semaphore.load(std::memory_order_acquire) == semaphore || !ensureSemaphore())
+        return false;
+    semaphore = m_semaphore.load(std::memory_order_acquire);
+    return true;
 }
 
 void CkCriticalSection::enterSlow(ULONG threadId)
@@ -101,14 +109,27 @@ void CkCriticalSection::enterSlow(ULONG threadId)
 
 void CkCriticalSection::wakeOne()
 {
+    const HANDLE semaphore = m_semaphore.load(std::memory_order_acquire);
     m_waiterCount.fetch_sub(1, std::memory_order_relaxed);
-    if (!ReleaseSemaphore(m_semaphore.load(std::memory_order_acquire), 1, nullptr))
+    if (ReleaseSemaphore(semaphore, 1, nullptr))
+        return;
+    m_waiterCount.fetch_add(1, std::memory_order_relaxed);
+    // A waiter whose semaphore was closed meanwhile wakes by itself.
+    if (semaphore != nullptr && semaphore == m_semaphore.load(std::memory_order_acquire))
         throw CkException(source, lineLeaveFailed);
 }
 
+// Of static lifetime, a section may be destroyed while threads that the end of the process has not stopped yet still use
+// it. Sleepers keep their semaphore; a thread on its way to sleep finds it closed and makes a new one.
 void CkCriticalSection::closeSemaphore() noexcept
 {
-    CloseHandle(m_semaphore.exchange(nullptr, std::memory_order_relaxed));
+    if (m_waiterCount.load(std::memory_order_seq_cst) > 0)
+        return;
+    const HANDLE semaphore = m_semaphore.exchange(nullptr, std::memory_order_acq_rel);
+    // What goes with the semaphore: wake-ups that met nobody, each of which has taken one off the count in advance.
+    while (WaitForSingleObject(semaphore, 0) == WAIT_OBJECT_0)
+        m_waiterCount.fetch_add(1, std::memory_order_relaxed);
+    CloseHandle(semaphore);
 }
 
 void CkCriticalSectionAuto::rethrowUnlessUnwinding()

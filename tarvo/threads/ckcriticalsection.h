@@ -102,6 +102,10 @@ private:
 
     bool spin(ULONG threadId) noexcept;
     bool ensureSemaphore() noexcept;
+
+    /// Puts the present semaphore in the place of one that the destructor closed; false when it did not.
+    bool replaceClosed(HANDLE& semaphore) noexcept;
+
     void enterSlow(ULONG threadId);
     void wakeOne();
     void closeSemaphore() noexcept;

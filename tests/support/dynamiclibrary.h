@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #if defined(_WIN32)
@@ -37,15 +38,19 @@ Function* find(void* module, const char* symbol)
 #else
 inline constexpr const char* tarvo = "libTarvo";
 
+inline std::string pathOf(const std::string& name)
+{
+    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / (name + ".so")).string();
+}
+
 inline void* load(const std::string& name)
 {
-    // The search path of the program begins with its own folder.
-    return dlopen((name + ".so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    return dlopen(pathOf(name).c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
 inline bool isLoaded(const std::string& name)
 {
-    void* const module = dlopen((name + ".so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    void* const module = dlopen(pathOf(name).c_str(), RTLD_NOW | RTLD_NOLOAD);
     if (module != nullptr)
         dlclose(module);
     return module != nullptr;

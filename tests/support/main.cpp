@@ -10,18 +10,24 @@
 
 namespace
 {
-/// Ends the program with a message when a single test takes longer than any test should.
+/// Ends the program with a message when a single test takes longer than any test should. One thread for the whole run:
+/// tests of handles and threads must not see any come and go.
 class Watchdog : public testing::EmptyTestEventListener
 {
 public:
-    void OnTestStart(const testing::TestInfo& test) override
+    void OnTestProgramStart(const testing::UnitTest&) override
     {
-        const std::string name = std::string(test.test_suite_name()) + "." + test.name();
-        m_ended = false;
-        m_thread = std::thread([this, name] { watch(name); });
+        m_thread = std::thread([this] { watch(); });
     }
 
-    void OnTestEnd(const testing::TestInfo&) override
+    void OnTestStart(const testing::TestInfo& test) override
+    {
+        const std::lock_guard guard(m_mutex);
+        m_name = std::string(test.test_suite_name()) + "." + test.name();
+        ++m_testNumber;
+    }
+
+    void OnTestProgramEnd(const testing::UnitTest&) override
     {
         {
             const std::lock_guard guard(m_mutex);
@@ -32,12 +38,17 @@ public:
     }
 
 private:
-    void watch(const std::string& name)
+    void watch()
     {
         std::unique_lock guard(m_mutex);
-        if (m_condition.wait_for(guard, std::chrono::minutes(3), [this] { return m_ended; }))
+        for (int seen = -1; !m_ended && seen != m_testNumber;)
+        {
+            seen = m_testNumber;
+            m_condition.wait_for(guard, std::chrono::minutes(2), [this] { return m_ended; });
+        }
+        if (m_ended)
             return;
-        std::fprintf(stderr, "%s hangs\n", name.c_str());
+        std::fprintf(stderr, "%s hangs\n", m_name.c_str());
         std::fflush(stderr);
         std::abort();
     }
@@ -45,6 +56,8 @@ private:
     std::thread m_thread;
     std::mutex m_mutex;
     std::condition_variable m_condition;
+    std::string m_name;
+    int m_testNumber = 0;
     bool m_ended = false;
 };
 } // namespace

@@ -90,13 +90,8 @@ void onThreads(int count, Action action)
         thread.join();
 }
 
-/// A handle that no wait and no release accepts.
-HANDLE closedHandle()
-{
-    const HANDLE handle = CreateSemaphoreW(nullptr, 0, 1, nullptr);
-    CloseHandle(handle);
-    return handle;
-}
+/// A handle that no wait and no release accepts. Not one that was closed: its number may be in use again.
+const HANDLE badHandle = reinterpret_cast<HANDLE>(0x7FFFFFFCll);
 } // namespace
 
 TEST(CriticalSection, recursion_counts_up_and_down_and_makes_no_kernel_object)
@@ -178,7 +173,7 @@ TEST(CriticalSection, timed_waits_end_not_before_their_time_and_leave_no_waiter)
     holder.Release();
     waiter.join();
     EXPECT_TRUE(acquired);
-    EXPECT_EQ(peer.Waiters(), 0);
+    EXPECT_EQ(peer.CountedThreads(), 0);
 }
 
 TEST(CriticalSection, excludes_under_contention_and_loses_no_wake_up)
@@ -272,10 +267,9 @@ TEST(CriticalSection, kernel_failures_raise_with_the_raising_site)
 {
     CkCriticalSection section(0);
     CkCriticalSectionPeer peer{section};
-    const HANDLE closed = closedHandle();
     {
         Holder holder(section);
-        peer.SetSemaphore(closed);
+        peer.SetSemaphore(badHandle);
         try
         {
             section.Enter();
@@ -326,7 +320,7 @@ TEST(CriticalSectionAuto, raises_a_failing_leave_unless_the_stack_is_being_unwou
     const auto leaveBadly = [&](bool unwinding)
     {
         const CkCriticalSectionAuto guard(section);
-        peer.SetSemaphore(closedHandle());
+        peer.SetSemaphore(badHandle);
         peer.AddWaiter();
         if (unwinding)
             throw 42;

@@ -223,12 +223,16 @@ CString& CString::operator=(WCHAR unit)
 
 CString CString::FromUtf8(std::string_view bytes)
 {
-    const std::size_t units = countUnits(bytes);
+    const auto ascii = std::find_if(bytes.begin(), bytes.end(), [](char byte) { return (byte & 0x80) != 0; });
+    const auto asciiUnits = static_cast<std::size_t>(ascii - bytes.begin());
+    std::string_view rest = bytes.substr(asciiUnits);
+    const std::size_t units = asciiUnits + countUnits(rest);
     requireRoom(0, units);
     CString text;
     text.m_text.resize(units);
-    for (WCHAR* out = text.m_text.data(); !bytes.empty();)
-        out = putCodePoint(out, takeCodePoint(bytes));
+    WCHAR* out = std::copy(bytes.begin(), ascii, text.m_text.data());
+    while (!rest.empty())
+        out = putCodePoint(out, takeCodePoint(rest));
     return text;
 }
 

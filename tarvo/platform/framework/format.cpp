@@ -107,7 +107,7 @@ enum class Size
 };
 
 /// What stands between `%` and the conversion.
-struct Spec
+struct Field
 {
     bool left = false;
     bool plus = false;
@@ -123,13 +123,13 @@ struct Spec
     std::size_t limit() const noexcept { return precision < 0 ? SIZE_MAX : static_cast<std::size_t>(precision); }
 };
 
-/// Reads one specification; the cursor stands on its `%` and moves behind its conversion.
-class SpecReader
+/// Reads one field; the cursor stands on its `%` and moves behind its conversion.
+class FieldReader
 {
 public:
-    SpecReader(const WCHAR*& cursor, Arguments& arguments) noexcept : m_cursor(cursor), m_arguments(arguments) {}
+    FieldReader(const WCHAR*& cursor, Arguments& arguments) noexcept : m_cursor(cursor), m_arguments(arguments) {}
 
-    Spec read() noexcept
+    Field read() noexcept
     {
         ++m_cursor;
         while (readFlag())
@@ -137,11 +137,11 @@ public:
         readWidth();
         if (skip(CK_T('.')))
             readPrecision();
-        m_spec.size = readSize();
-        m_spec.conversion = *m_cursor;
-        if (m_spec.conversion != 0)
+        m_field.size = readSize();
+        m_field.conversion = *m_cursor;
+        if (m_field.conversion != 0)
             ++m_cursor;
-        return m_spec;
+        return m_field;
     }
 
 private:
@@ -157,11 +157,11 @@ private:
     {
         switch (*m_cursor)
         {
-        case CK_T('-'): return m_spec.left = true;
-        case CK_T('+'): return m_spec.plus = true;
-        case CK_T(' '): return m_spec.space = true;
-        case CK_T('0'): return m_spec.zero = true;
-        case CK_T('#'): return m_spec.alternate = true;
+        case CK_T('-'): return m_field.left = true;
+        case CK_T('+'): return m_field.plus = true;
+        case CK_T(' '): return m_field.space = true;
+        case CK_T('0'): return m_field.zero = true;
+        case CK_T('#'): return m_field.alternate = true;
         default: return false;
         }
     }
@@ -181,11 +181,11 @@ private:
     void readWidth() noexcept
     {
         const long long width = skip(CK_T('*')) ? m_arguments.nextInt() : readNumber();
-        m_spec.left = m_spec.left || width < 0;
-        m_spec.width = static_cast<unsigned long long>(width < 0 ? -width : width);
+        m_field.left = m_field.left || width < 0;
+        m_field.width = static_cast<unsigned long long>(width < 0 ? -width : width);
     }
 
-    void readPrecision() noexcept { m_spec.precision = skip(CK_T('*')) ? m_arguments.nextInt() : readNumber(); }
+    void readPrecision() noexcept { m_field.precision = skip(CK_T('*')) ? m_arguments.nextInt() : readNumber(); }
 
     Size readSize() noexcept
     {
@@ -211,7 +211,7 @@ private:
 
     const WCHAR*& m_cursor;
     Arguments& m_arguments;
-    Spec m_spec;
+    Field m_field;
 };
 
 /// A number in its parts, in the order in which they appear.
@@ -228,13 +228,13 @@ struct Number
 
     void addPrefix(char unit) noexcept { prefix[prefixLength++] = unit; }
 
-    void addSign(const Spec& spec, bool negative) noexcept
+    void addSign(const Field& field, bool negative) noexcept
     {
         if (negative)
             addPrefix('-');
-        else if (spec.plus)
+        else if (field.plus)
             addPrefix('+');
-        else if (spec.space)
+        else if (field.space)
             addPrefix(' ');
     }
 
@@ -339,124 +339,124 @@ public:
             if (*cursor == 0)
                 return;
             const WCHAR* const percent = cursor;
-            const Spec spec = SpecReader(cursor, m_arguments).read();
-            if (!convert(spec))
+            const Field field = FieldReader(cursor, m_arguments).read();
+            if (!convert(field))
                 appendText({percent, cursor});
         }
     }
 
 private:
     /// False for an unknown conversion.
-    bool convert(const Spec& spec)
+    bool convert(const Field& field)
     {
-        switch (spec.conversion)
+        switch (field.conversion)
         {
         case CK_T('d'):
-        case CK_T('i'): signedInteger(spec); return true;
+        case CK_T('i'): signedInteger(field); return true;
         case CK_T('u'):
         case CK_T('o'):
         case CK_T('x'):
-        case CK_T('X'): unsignedInteger(spec); return true;
+        case CK_T('X'): unsignedInteger(field); return true;
         case CK_T('f'):
         case CK_T('F'):
         case CK_T('e'):
         case CK_T('E'):
         case CK_T('g'):
-        case CK_T('G'): real(spec); return true;
-        case CK_T('c'): character(spec); return true;
-        case CK_T('s'): text(spec, spec.size == Size::word); return true;
-        case CK_T('S'): text(spec, spec.size != Size::dword); return true;
-        case CK_T('p'): address(spec); return true;
+        case CK_T('G'): real(field); return true;
+        case CK_T('c'): character(field); return true;
+        case CK_T('s'): text(field, field.size == Size::word); return true;
+        case CK_T('S'): text(field, field.size != Size::dword); return true;
+        case CK_T('p'): address(field); return true;
         case CK_T('%'): appendText(CK_T("%")); return true;
         default: return false;
         }
     }
 
-    void signedInteger(const Spec& spec)
+    void signedInteger(const Field& field)
     {
-        const long long value = nextSigned(spec.size);
+        const long long value = nextSigned(field.size);
         const auto bits = static_cast<unsigned long long>(value);
         Number number;
-        number.addSign(spec, value < 0);
-        integer(spec, number, value < 0 ? 0 - bits : bits, 10);
+        number.addSign(field, value < 0);
+        integer(field, number, value < 0 ? 0 - bits : bits, 10);
     }
 
-    void unsignedInteger(const Spec& spec)
+    void unsignedInteger(const Field& field)
     {
-        const unsigned long long value = nextUnsigned(spec.size);
-        const bool hexadecimal = spec.conversion == CK_T('x') || spec.conversion == CK_T('X');
+        const unsigned long long value = nextUnsigned(field.size);
+        const bool hexadecimal = field.conversion == CK_T('x') || field.conversion == CK_T('X');
         Number number;
-        if (hexadecimal && spec.alternate && value != 0)
+        if (hexadecimal && field.alternate && value != 0)
         {
             number.addPrefix('0');
-            number.addPrefix(static_cast<char>(spec.conversion));
+            number.addPrefix(static_cast<char>(field.conversion));
         }
-        integer(spec, number, value, hexadecimal ? 16 : spec.conversion == CK_T('o') ? 8 : 10);
+        integer(field, number, value, hexadecimal ? 16 : field.conversion == CK_T('o') ? 8 : 10);
     }
 
-    void integer(const Spec& spec, Number& number, unsigned long long magnitude, int base)
+    void integer(const Field& field, Number& number, unsigned long long magnitude, int base)
     {
         char buffer[24];
         char* end = buffer;
-        if (magnitude != 0 || spec.precision != 0)
+        if (magnitude != 0 || field.precision != 0)
             end = std::to_chars(buffer, std::end(buffer), magnitude, base).ptr;
-        if (spec.conversion == CK_T('X'))
+        if (field.conversion == CK_T('X'))
             upperCase(buffer, end);
         number.digits = {buffer, static_cast<std::size_t>(end - buffer)};
-        if (spec.precision > static_cast<long long>(number.digits.size()))
-            number.leadingZeros = static_cast<std::size_t>(spec.precision) - number.digits.size();
-        else if (base == 8 && spec.alternate && !number.digits.starts_with('0'))
+        if (field.precision > static_cast<long long>(number.digits.size()))
+            number.leadingZeros = static_cast<std::size_t>(field.precision) - number.digits.size();
+        else if (base == 8 && field.alternate && !number.digits.starts_with('0'))
             number.leadingZeros = 1;
-        number.zeroPadded = spec.zero && spec.precision < 0;
-        put(spec, number);
+        number.zeroPadded = field.zero && field.precision < 0;
+        put(field, number);
     }
 
-    void real(const Spec& spec)
+    void real(const Field& field)
     {
         const double value = m_arguments.nextDouble();
         const double magnitude = std::fabs(value);
-        const std::size_t precision = spec.precision < 0 ? 6 : spec.limit();
-        const bool upper = spec.conversion < CK_T('a');
+        const std::size_t precision = field.precision < 0 ? 6 : field.limit();
+        const bool upper = field.conversion < CK_T('a');
         RealDigits digits(upper);
         Number number;
-        number.addSign(spec, std::signbit(value));
-        number.zeroPadded = spec.zero && std::isfinite(value);
-        const WCHAR notation = upper ? static_cast<WCHAR>(spec.conversion + 0x20) : spec.conversion;
+        number.addSign(field, std::signbit(value));
+        number.zeroPadded = field.zero && std::isfinite(value);
+        const WCHAR notation = upper ? static_cast<WCHAR>(field.conversion + 0x20) : field.conversion;
         if (!std::isfinite(value))
             digits.special(number, magnitude);
         else if (notation == CK_T('f'))
-            digits.fixed(number, magnitude, precision, spec.alternate);
+            digits.fixed(number, magnitude, precision, field.alternate);
         else if (notation == CK_T('e'))
-            digits.scientific(number, magnitude, precision, spec.alternate);
+            digits.scientific(number, magnitude, precision, field.alternate);
         else
-            digits.general(number, magnitude, std::max<std::size_t>(precision, 1), spec.alternate);
-        put(spec, number);
+            digits.general(number, magnitude, std::max<std::size_t>(precision, 1), field.alternate);
+        put(field, number);
     }
 
-    void character(const Spec& spec)
+    void character(const Field& field)
     {
         const auto unit = static_cast<WCHAR>(m_arguments.nextInt());
-        putField(spec, {&unit, 1});
+        putText(field, {&unit, 1});
     }
 
-    void text(const Spec& spec, bool narrow)
+    void text(const Field& field, bool narrow)
     {
         const void* const argument = m_arguments.nextPointer();
         if (argument == nullptr)
-            putField(spec, TextView(CK_T("(null)")).substr(0, spec.limit()));
+            putText(field, TextView(CK_T("(null)")).substr(0, field.limit()));
         else if (narrow)
-            putField(spec, CString::FromNarrow(bounded(static_cast<const char*>(argument), spec.limit())).View());
+            putText(field, CString::FromNarrow(bounded(static_cast<const char*>(argument), field.limit())).View());
         else
-            putField(spec, bounded(static_cast<const WCHAR*>(argument), spec.limit()));
+            putText(field, bounded(static_cast<const WCHAR*>(argument), field.limit()));
     }
 
-    void address(const Spec& spec)
+    void address(const Field& field)
     {
         char digits[addressDigits];
         writeAddress(digits, m_arguments.nextPointer());
         Number number;
         number.digits = {digits, addressDigits};
-        put(spec, number);
+        put(field, number);
     }
 
     long long nextSigned(Size size) noexcept
@@ -493,33 +493,33 @@ private:
     }
 
     /// Makes sure that a field fits and returns how much has to be added to reach its width.
-    std::size_t padding(const Spec& spec, std::size_t length) const
+    std::size_t padding(const Field& field, std::size_t length) const
     {
-        const auto width = std::max<std::size_t>(spec.width, length);
+        const auto width = std::max<std::size_t>(field.width, length);
         requireRoom(m_out.size(), width);
         return width - length;
     }
 
-    void putField(const Spec& spec, TextView field)
+    void putText(const Field& field, TextView content)
     {
-        const std::size_t spaces = padding(spec, field.size());
-        m_out.append(spec.left ? 0 : spaces, CK_T(' '));
-        m_out.append(field);
-        m_out.append(spec.left ? spaces : 0, CK_T(' '));
+        const std::size_t spaces = padding(field, content.size());
+        m_out.append(field.left ? 0 : spaces, CK_T(' '));
+        m_out.append(content);
+        m_out.append(field.left ? spaces : 0, CK_T(' '));
     }
 
-    void put(const Spec& spec, const Number& number)
+    void put(const Field& field, const Number& number)
     {
-        const std::size_t filler = padding(spec, number.length());
-        const bool zeros = number.zeroPadded && !spec.left;
-        m_out.append(zeros || spec.left ? 0 : filler, CK_T(' '));
+        const std::size_t filler = padding(field, number.length());
+        const bool zeros = number.zeroPadded && !field.left;
+        m_out.append(zeros || field.left ? 0 : filler, CK_T(' '));
         appendAscii({number.prefix, number.prefixLength});
         m_out.append(number.leadingZeros + (zeros ? filler : 0), CK_T('0'));
         appendAscii(number.digits);
         m_out.append(number.point ? 1 : 0, CK_T('.'));
         m_out.append(number.trailingZeros, CK_T('0'));
         appendAscii(number.exponent);
-        m_out.append(spec.left ? filler : 0, CK_T(' '));
+        m_out.append(field.left ? filler : 0, CK_T(' '));
     }
 
     void appendText(TextView text)

@@ -136,6 +136,7 @@ TEST(CString, ill_formed_utf8_becomes_one_replacement_for_every_maximal_part)
         {"cut short inside", "\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41", replacements(4) + CK_T("A")},
         {"cut short at the end", "a\xF0\x9F\x98", CK_T("a") + replacements(1)},
         {"lead byte at the end", "\xC2", replacements(1)},
+        {"lead byte above all", "\xF5\x80", replacements(2)},
         {"five-byte lead", "\xF8\x88\x80\x80\x80", replacements(5)},
         {"embedded zero", "a\0b"sv, CString(CK_T("a\0b"), 3)},
     };
