@@ -158,8 +158,11 @@ void contended(benchmark::State& state)
     std::thread rival(
         [&]
         {
-            for (gate.Meet(); !over; gate.Meet())
+            for (;;)
             {
+                gate.Meet();
+                if (over)
+                    return;
                 contest.TakePart();
                 gate.Meet();
             }

@@ -173,7 +173,8 @@ CkExceptionPreconditionViolation::CkExceptionPreconditionViolation(const CString
 {
 }
 
-CkExceptionPreconditionViolation::CkExceptionPreconditionViolation(const CString& fileName, unsigned int codeLine, const CkException& previous)
+CkExceptionPreconditionViolation::CkExceptionPreconditionViolation(const CString& fileName, unsigned int codeLine,
+                                                                   const CkException& previous)
     : CkException(fileName, codeLine, previous, RTTI)
 {
 }
@@ -183,7 +184,8 @@ const CkRTTI& CkExceptionPreconditionViolation::GetRTTI() const
     return RTTI;
 }
 
-CkExceptionPreconditionViolation* CkExceptionPreconditionViolation::Clone(const CkExceptionPreconditionViolation& exception)
+CkExceptionPreconditionViolation*
+CkExceptionPreconditionViolation::Clone(const CkExceptionPreconditionViolation& exception)
 {
     return new CkExceptionPreconditionViolation(exception);
 }
@@ -213,7 +215,8 @@ CkExceptionOutOfMemory::CkExceptionOutOfMemory(const CString& fileName, unsigned
 {
 }
 
-CkExceptionOutOfMemory::CkExceptionOutOfMemory(const CString& fileName, unsigned int codeLine, const CkException& previous)
+CkExceptionOutOfMemory::CkExceptionOutOfMemory(const CString& fileName, unsigned int codeLine,
+                                               const CkException& previous)
     : CkException(fileName, codeLine, previous, RTTI)
 {
 }
@@ -253,7 +256,8 @@ CkExceptionWrongFileVersion::CkExceptionWrongFileVersion(const CString& fileName
 {
 }
 
-CkExceptionWrongFileVersion::CkExceptionWrongFileVersion(const CString& fileName, unsigned int codeLine, const CkException& previous)
+CkExceptionWrongFileVersion::CkExceptionWrongFileVersion(const CString& fileName, unsigned int codeLine,
+                                                         const CkException& previous)
     : CkException(fileName, codeLine, previous, RTTI)
 {
 }

@@ -1,19 +1,11 @@
 #include <tarvo/core/ckformat.h>
 
-#include <cstdarg>
+#include <tarvo/platform/framework/format.h>
 
 CkFormat::CkFormat(const WCHAR* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    try
-    {
-        m_text.FormatV(format, arguments);
-    }
-    catch (...)
-    {
-        va_end(arguments);
-        throw;
-    }
-    va_end(arguments);
+    const tarvo::framework::ArgumentsEnd end(arguments);
+    m_text.FormatV(format, arguments);
 }

@@ -16,7 +16,8 @@ class CkWeakPointer;
 /// What the holder of a weak reference enters in the object's list. Belongs to the holder.
 struct CkWeakReference
 {
-    std::atomic<const CkReferenceCountedClassBase*> target{nullptr};  ///< Null when the object is dead or none was given.
+    std::atomic<const CkReferenceCountedClassBase*> target{
+        nullptr}; ///< Null when the object is dead or none was given.
     CkWeakReference* next = nullptr;
     CkWeakReference* previous = nullptr;
 };

@@ -102,5 +102,5 @@ private:
     }
 
     CkWeakReference m_reference;
-    T* m_object = nullptr;  ///< Valid while the reference has a target.
+    T* m_object = nullptr; ///< Valid while the reference has a target.
 };

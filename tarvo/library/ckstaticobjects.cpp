@@ -15,8 +15,7 @@ const CkRTTI CkExceptionOutOfMemory::RTTI(CK_T("CkExceptionOutOfMemory"), CkExce
 const CkRTTI CkStreamWriteASCII::RTTI(CK_T("CkStreamWriteASCII"), CkStreamWrite::RTTI, nullptr, nullptr);
 const CkRTTI CkStreamWriteASCIIString::RTTI(CK_T("CkStreamWriteASCIIString"), CkStreamWriteASCII::RTTI, nullptr,
                                             nullptr);
-const CkRTTI CkStreamWriteASCIITrace::RTTI(CK_T("CkStreamWriteASCIITrace"), CkStreamWriteASCII::RTTI, nullptr,
-                                           nullptr);
+const CkRTTI CkStreamWriteASCIITrace::RTTI(CK_T("CkStreamWriteASCIITrace"), CkStreamWriteASCII::RTTI, nullptr, nullptr);
 const CkRTTI CkStreamWriteASCIITraceDiagnostic::RTTI(CK_T("CkStreamWriteASCIITraceDiagnostic"),
                                                      CkStreamWriteASCII::RTTI, nullptr, nullptr);
 const CkRTTI CkStreamWriteBinaryByteCount::RTTI(CK_T("CkStreamWriteBinaryByteCount"), CkStreamWriteBinary::RTTI,

@@ -28,8 +28,8 @@ struct Undestroyed
 struct UnloadEntry
 {
     void (*handler)();
-    const void* module = nullptr;     ///< Set by `registerUnload`.
-    UnloadEntry* previous = nullptr;  ///< Guarded by the list's lock once registered.
+    const void* module = nullptr;    ///< Set by `registerUnload`.
+    UnloadEntry* previous = nullptr; ///< Guarded by the list's lock once registered.
 };
 
 /// Puts `entry`, which must not be in the list, at the end of the list, in the name of `module` (null: the library).

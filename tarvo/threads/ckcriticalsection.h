@@ -62,10 +62,7 @@ public:
     bool IsLocking() const noexcept { return IsLocking(GetCurrentThreadId()); }
 
     /// Whether the thread with this id holds the section; says something lasting only about the calling thread.
-    bool IsLocking(unsigned int threadId) const noexcept
-    {
-        return m_owner.load(std::memory_order_relaxed) == threadId;
-    }
+    bool IsLocking(unsigned int threadId) const noexcept { return m_owner.load(std::memory_order_relaxed) == threadId; }
 
     /// How many times the owner still has to leave. For the owner; other threads may see an old number.
     LONG GetRecursionCount() const noexcept { return m_recursionCount; }
@@ -110,11 +107,11 @@ private:
     void wakeOne();
     void closeSemaphore() noexcept;
 
-    std::atomic<ULONG> m_owner{0};             ///< Thread id of the owner, 0 while free.
+    std::atomic<ULONG> m_owner{0}; ///< Thread id of the owner, 0 while free.
     const unsigned int m_spinCount;
-    std::atomic<HANDLE> m_semaphore{nullptr};  ///< Made by the first thread that must sleep.
-    std::atomic<LONG> m_waiterCount{0};        ///< Threads about to sleep or asleep that no `Leave` has chosen to wake.
-    LONG m_recursionCount = 0;                 ///< The owner's alone.
+    std::atomic<HANDLE> m_semaphore{nullptr}; ///< Made by the first thread that must sleep.
+    std::atomic<LONG> m_waiterCount{0};       ///< Threads about to sleep or asleep that no `Leave` has chosen to wake.
+    LONG m_recursionCount = 0;                ///< The owner's alone.
 };
 
 /// Holds a section from its construction to its end, or to `Leave`.

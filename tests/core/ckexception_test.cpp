@@ -17,7 +17,8 @@ namespace
 class ClientException : private std::string, public CkException
 {
 public:
-    ClientException(int value, const CkException& previous) : CkException(CK_T("client"), 1, previous, RTTI), m_value(value)
+    ClientException(int value, const CkException& previous)
+        : CkException(CK_T("client"), 1, previous, RTTI), m_value(value)
     {
     }
     explicit ClientException(int value) : CkException(CK_T("client"), 1, RTTI), m_value(value) {}
@@ -214,10 +215,14 @@ TEST(Exception, source_files_are_named_alike_on_every_machine)
         const WCHAR* name;
     };
     const Row rows[] = {
-        {"/home/someone/app/lib/queue.cpp", CK_T("lib\\queue")}, {"D:\\work\\lib\\queue.cpp", CK_T("lib\\queue")},
-        {"../lib/queue.test.cpp", CK_T("lib\\queue.test")},      {"lib/queue", CK_T("lib\\queue")},
-        {"queue.cpp", CK_T("queue")},                            {"/queue.cpp", CK_T("\\queue")},
-        {"a.b/queue", CK_T("a.b\\queue")},                       {"", CK_T("")},
+        {"/home/someone/app/lib/queue.cpp", CK_T("lib\\queue")},
+        {"D:\\work\\lib\\queue.cpp", CK_T("lib\\queue")},
+        {"../lib/queue.test.cpp", CK_T("lib\\queue.test")},
+        {"lib/queue", CK_T("lib\\queue")},
+        {"queue.cpp", CK_T("queue")},
+        {"/queue.cpp", CK_T("\\queue")},
+        {"a.b/queue", CK_T("a.b\\queue")},
+        {"", CK_T("")},
         {"x/\xC3\xA4/\xC3\xB6.cpp", CK_T("\u00E4\\\u00F6")},
     };
     for (const Row& row : rows)
@@ -276,7 +281,8 @@ TEST(Exception, histories_of_branches_end_with_their_last_owner)
     class Carrier : public CkException
     {
     public:
-        Carrier(const CkException& cause, const CkException& carried) : CkException(CK_T("c"), 1, cause), m_carried(carried)
+        Carrier(const CkException& cause, const CkException& carried)
+            : CkException(CK_T("c"), 1, cause), m_carried(carried)
         {
         }
 

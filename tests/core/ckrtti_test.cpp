@@ -42,8 +42,7 @@ TEST(RTTI, kinds_follow_every_base_at_any_depth)
     const Lattice lattice;
     for (const CkRTTI* const record : {&lattice.derived, &lattice.reversed})
     {
-        for (const CkRTTI* const base :
-             {&lattice.root, &lattice.left, &lattice.right, &lattice.middle, &lattice.other})
+        for (const CkRTTI* const base : {&lattice.root, &lattice.left, &lattice.right, &lattice.middle, &lattice.other})
         {
             EXPECT_TRUE(record->IsKindOf(*base)) << base->GetName().ToUtf8();
             EXPECT_FALSE(base->IsKindOf(*record));
@@ -103,8 +102,7 @@ TEST(RTTI, the_librarys_records_name_their_classes_and_bases)
         {CkStreamWriteASCII::RTTI, CK_T("CkStreamWriteASCII"), &CkStreamWrite::RTTI},
         {CkStreamWriteASCIIString::RTTI, CK_T("CkStreamWriteASCIIString"), &CkStreamWriteASCII::RTTI},
         {CkStreamWriteASCIITrace::RTTI, CK_T("CkStreamWriteASCIITrace"), &CkStreamWriteASCII::RTTI},
-        {CkStreamWriteASCIITraceDiagnostic::RTTI, CK_T("CkStreamWriteASCIITraceDiagnostic"),
-         &CkStreamWriteASCII::RTTI},
+        {CkStreamWriteASCIITraceDiagnostic::RTTI, CK_T("CkStreamWriteASCIITraceDiagnostic"), &CkStreamWriteASCII::RTTI},
         {CkStreamWriteBinary::RTTI, CK_T("CkStreamWriteBinary"), &CkStreamWrite::RTTI},
         {CkStreamWriteBinaryByteCount::RTTI, CK_T("CkStreamWriteBinaryByteCount"), &CkStreamWriteBinary::RTTI},
     };

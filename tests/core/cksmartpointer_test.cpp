@@ -317,9 +317,7 @@ void raceWeakPointers(int rounds, const std::function<CkSmartPointer<Object>()>&
                         mine = shared[slot];
                         break;
                     }
-                    case 4:
-                        mine.Reset();
-                        break;
+                    case 4: mine.Reset(); break;
                     default:
                         if (const CkSmartPointer<Object> object = mine.Lock())
                         {
@@ -348,15 +346,15 @@ TEST(WeakPointer, survives_every_race_with_the_last_release_of_external_objects)
     // The owner takes an object back, and destroys it, as soon as it sees that its count is 0.
     std::vector<std::unique_ptr<ExternalObject>> objects;
     CkCriticalSection lock;
-    raceWeakPointers<ExternalObject>(
-        30000,
-        [&]
-        {
-            const CkCriticalSectionAuto guard(lock);
-            std::erase_if(objects, [](const auto& object) { return object->GetReferenceCount() == 0; });
-            objects.push_back(std::make_unique<ExternalObject>());
-            return CkSmartPointer<ExternalObject>(objects.back().get());
-        });
+    raceWeakPointers<ExternalObject>(30000,
+                                     [&]
+                                     {
+                                         const CkCriticalSectionAuto guard(lock);
+                                         std::erase_if(objects, [](const auto& object)
+                                                       { return object->GetReferenceCount() == 0; });
+                                         objects.push_back(std::make_unique<ExternalObject>());
+                                         return CkSmartPointer<ExternalObject>(objects.back().get());
+                                     });
     objects.clear();
     EXPECT_EQ(ExternalObject::Living(), 0);
 }

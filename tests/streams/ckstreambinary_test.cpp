@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -90,7 +89,9 @@ TEST(BinaryStream, bytes_of_every_type_are_fixed)
         {"unsigned int", [](CkStreamWrite& s) { s << 0x01020304u; }, {4, 3, 2, 1}},
         {"LONG", [](CkStreamWrite& s) { s << LONG{-1}; }, {0xFF, 0xFF, 0xFF, 0xFF}},
         {"ULONG", [](CkStreamWrite& s) { s << ULONG{1}; }, {1, 0, 0, 0}},
-        {"__int64", [](CkStreamWrite& s) { s << static_cast<__int64>(-2); }, {0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {"__int64",
+         [](CkStreamWrite& s) { s << static_cast<__int64>(-2); },
+         {0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
         {"unsigned __int64", [](CkStreamWrite& s) { s << 0x0102030405060708ull; }, {8, 7, 6, 5, 4, 3, 2, 1}},
         {"float", [](CkStreamWrite& s) { s << 1.0f; }, {0, 0, 0x80, 0x3F}},
         {"double", [](CkStreamWrite& s) { s << 1.0; }, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
@@ -203,11 +204,39 @@ TEST(BinaryStream, every_truncation_raises_and_leaves_texts_and_truth_values_alo
         std::function<void(CkStreamRead&)> read;
     };
     const Row rows[] = {
-        {{1}, [](CkStreamRead& s) { bool v = false; try { s >> v; } catch (...) { EXPECT_FALSE(v); throw; } }},
-        {{1, 2}, [](CkStreamRead& s) { short v = 0; s >> v; }},
-        {{1, 2, 3, 4}, [](CkStreamRead& s) { LONG v = 0; s >> v; }},
+        {{1},
+         [](CkStreamRead& s)
+         {
+             bool v = false;
+             try
+             {
+                 s >> v;
+             }
+             catch (...)
+             {
+                 EXPECT_FALSE(v);
+                 throw;
+             }
+         }},
+        {{1, 2},
+         [](CkStreamRead& s)
+         {
+             short v = 0;
+             s >> v;
+         }},
+        {{1, 2, 3, 4},
+         [](CkStreamRead& s)
+         {
+             LONG v = 0;
+             s >> v;
+         }},
         {{1, 2, 3, 4}, [](CkStreamRead& s) { s.ReadAndCompareVersion(0xFFFFFFFF); }},
-        {{1, 2, 3, 4, 5, 6, 7, 8}, [](CkStreamRead& s) { double v = 0; s >> v; }},
+        {{1, 2, 3, 4, 5, 6, 7, 8},
+         [](CkStreamRead& s)
+         {
+             double v = 0;
+             s >> v;
+         }},
         {bytesOf([](CkStreamWrite& s) { s << textOf(300); }),
          [](CkStreamRead& s)
          {
@@ -237,27 +266,39 @@ TEST(BinaryStream, every_truncation_raises_and_leaves_texts_and_truth_values_alo
     }
 }
 
-TEST(BinaryStream, hostile_headers_are_refused_at_once)
+TEST(BinaryStream, hostile_headers_are_refused_without_touching_the_target)
 {
-    const Bytes data(10, 'x');
-    const Bytes headers[] = {
-        {3, 'a', 'b', 'c'},                                                          // an 8-bit text
-        {0xFF, 0xFF, 0xFE, 3, 'a', 0},                                               // tag bytes exchanged
-        wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F},                   // 0x7FFFFFFF units
-        wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0x7F},                   // the most that is tried: 4 GB
-        wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF},                   // just below 2^32 units
-        wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 1, 0, 0, 0, 0, 0, 0, 0x80}, // twice it wraps
-        wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-    };
-    const auto start = std::chrono::steady_clock::now();
-    for (const Bytes& header : headers)
+    struct Row
     {
-        MemoryReader reader(header + data);
+        const char* what;
+        Bytes header;
+        bool charactersTried;
+    };
+    const Row rows[] = {
+        {"an 8-bit text", {3, 'a', 'b', 'c'}, false},
+        {"tag bytes exchanged", {0xFF, 0xFF, 0xFE, 3, 'a', 0}, false},
+        {"more than the data", wideTag + Bytes{6}, true},
+        {"the longest that a text can be", wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0x7F}, true},
+        {"one more", wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}, false},
+        {"just below 2^32", wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF}, false},
+        {"in bytes it wraps to 2", wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 1, 0, 0, 0, 0, 0, 0, 0x80},
+         false},
+        {"2^64 - 1",
+         wideTag + Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+         false},
+    };
+    for (const Row& row : rows)
+    {
+        MemoryReader reader(row.header + Bytes(10, 'x'));
         CString text(CK_T("before"));
-        EXPECT_THROW(reader >> text, CkExceptionStream);
-        EXPECT_EQ(text, CK_T("before"));
+        EXPECT_THROW(reader >> text, CkExceptionStream) << row.what;
+        EXPECT_EQ(text, CK_T("before")) << row.what;
+        // Memory for the longest may be refused before the hook is asked.
+        if (!row.charactersTried)
+        {
+            EXPECT_LE(reader.calls.back(), sizeof(__int64)) << row.what;
+        }
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST(BinaryStream, a_stored_zero_ends_the_text_and_the_stream_goes_on_behind_it)
@@ -330,7 +371,12 @@ TEST(StreamVersion, older_records_are_accepted_and_newer_ones_refused)
     for (const Row& row : {Row{3, 3, true}, Row{0, 3, true}, Row{4, 3, false}, Row{0xFFFFFFFF, 0xFFFFFFFF, true},
                            Row{0x80000000, 0x7FFFFFFF, false}})
     {
-        MemoryReader reader(bytesOf([&](CkStreamWrite& s) { s.WriteVersion(row.stored); s << true; }));
+        MemoryReader reader(bytesOf(
+            [&](CkStreamWrite& s)
+            {
+                s.WriteVersion(row.stored);
+                s << true;
+            }));
         if (row.accepted)
         {
             EXPECT_EQ(reader.ReadAndCompareVersion(row.current), row.stored);

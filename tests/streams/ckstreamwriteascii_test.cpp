@@ -97,8 +97,9 @@ TEST(TextStream, each_value_is_one_piece_in_order)
     stream << CkStreamWriteASCIIString(CK_T("xy"));
     stream.WriteAddress(nullptr);
     stream.WriteAddress(reinterpret_cast<const void*>(0xABCDEF0123ll));
-    EXPECT_EQ(stream.pieces, (std::vector<CString>{CK_T("65"), CK_T("1"), CK_T(""), CK_T("5%"), CK_T("true"), CK_T("xy"),
-                                                   CK_T("0x0000000000000000"), CK_T("0x000000ABCDEF0123")}));
+    EXPECT_EQ(stream.pieces,
+              (std::vector<CString>{CK_T("65"), CK_T("1"), CK_T(""), CK_T("5%"), CK_T("true"), CK_T("xy"),
+                                    CK_T("0x0000000000000000"), CK_T("0x000000ABCDEF0123")}));
 }
 
 TEST(StringStream, collects_empties_and_doubles_its_text)

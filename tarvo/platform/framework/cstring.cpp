@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+using tarvo::framework::ArgumentsEnd;
 using tarvo::framework::requireRoom;
 using tarvo::framework::TextBuffer;
 using tarvo::framework::TextView;
@@ -155,20 +156,6 @@ constexpr int positionOrNone(std::size_t found) noexcept
 {
     return found != TextView::npos ? static_cast<int>(found) : -1;
 }
-
-/// Ends the variable arguments of a function, also when it is left by an exception.
-class ArgumentsEnd
-{
-public:
-    explicit ArgumentsEnd(va_list& arguments) noexcept : m_arguments(arguments) {}
-    ~ArgumentsEnd() { va_end(m_arguments); }
-
-    ArgumentsEnd(const ArgumentsEnd&) = delete;
-    ArgumentsEnd& operator=(const ArgumentsEnd&) = delete;
-
-private:
-    va_list& m_arguments;
-};
 } // namespace
 
 CString::CString(TextView text)

@@ -23,6 +23,20 @@ namespace tarvo::framework
 /// then ends with a part of the text.
 TARVO_API void formatInto(TextBuffer& out, const WCHAR* format, va_list arguments);
 
+/// Ends the variable arguments of a function, also when it is left by an exception.
+class ArgumentsEnd
+{
+public:
+    explicit ArgumentsEnd(va_list& arguments) noexcept : m_arguments(arguments) {}
+    ~ArgumentsEnd() { va_end(m_arguments); }
+
+    ArgumentsEnd(const ArgumentsEnd&) = delete;
+    ArgumentsEnd& operator=(const ArgumentsEnd&) = delete;
+
+private:
+    va_list& m_arguments;
+};
+
 /// A number as text, made on the stack, in the form that a text stream gives it.
 class TARVO_API NumberText
 {

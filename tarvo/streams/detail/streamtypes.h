@@ -19,10 +19,9 @@ concept Long64 = PlainLong<T> && sizeof(T) == 8;
 
 /// Pointers that would silently turn into a truth value: all but those to wide text.
 template <class T>
-concept PointerButNotText =
-    std::is_null_pointer_v<T> || std::is_member_pointer_v<T> ||
-    (std::is_pointer_v<T> && !std::same_as<std::remove_cv_t<std::remove_pointer_t<T>>, WCHAR> &&
-     !std::same_as<std::remove_cv_t<std::remove_pointer_t<T>>, unsigned short>);
+concept PointerButNotText = std::is_null_pointer_v<T> || std::is_member_pointer_v<T> ||
+                            (std::is_pointer_v<T> && !std::same_as<std::remove_cv_t<std::remove_pointer_t<T>>, WCHAR> &&
+                             !std::same_as<std::remove_cv_t<std::remove_pointer_t<T>>, unsigned short>);
 
 /// The 32-bit type of the streams that stands for a long type.
 template <PlainLong T>

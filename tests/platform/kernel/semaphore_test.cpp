@@ -36,9 +36,9 @@ TEST(KernelSemaphore, refuses_counts_that_make_no_sense)
         bool made;
     };
     const Row rows[] = {
-        {"none of one", 0, 1, true},          {"all of the most", 0x7FFFFFFF, 0x7FFFFFFF, true},
-        {"negative count", -1, 1, false},     {"maximum of none", 0, 0, false},
-        {"negative maximum", 0, -1, false},   {"more than the maximum", 2, 1, false},
+        {"none of one", 0, 1, true},        {"all of the most", 0x7FFFFFFF, 0x7FFFFFFF, true},
+        {"negative count", -1, 1, false},   {"maximum of none", 0, 0, false},
+        {"negative maximum", 0, -1, false}, {"more than the maximum", 2, 1, false},
     };
     for (const Row& row : rows)
     {

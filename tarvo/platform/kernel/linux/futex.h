@@ -17,8 +17,8 @@ namespace tarvo::kernel
 /// false when the deadline has passed; true says only that the word is worth another look.
 inline bool futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, const timespec* deadline) noexcept
 {
-    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline, nullptr,
-                                FUTEX_BITSET_MATCH_ANY);
+    const long result =
+        syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline, nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 || errno != ETIMEDOUT;
 }
 

@@ -69,9 +69,9 @@ private:
     void enqueue(Waiter& waiter) noexcept;
     void unlink(Waiter& waiter) noexcept;
 
-    std::atomic<std::uint64_t> m_word;           ///< Signals in the low half, `waitersBit` while the queue is in use.
-    std::atomic<std::uint32_t> m_references{1};  ///< Handles that refer to the object.
-    FutexLock m_lock;                            ///< Guards the queue. Held for a few instructions, never asleep.
+    std::atomic<std::uint64_t> m_word;          ///< Signals in the low half, `waitersBit` while the queue is in use.
+    std::atomic<std::uint32_t> m_references{1}; ///< Handles that refer to the object.
+    FutexLock m_lock;                           ///< Guards the queue. Held for a few instructions, never asleep.
     Waiter* m_first = nullptr;
     Waiter* m_last = nullptr;
     const Kind m_kind;

@@ -21,5 +21,6 @@ DWORD GetTickCount() noexcept
 {
     timespec now;
     clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<DWORD>(static_cast<ULONGLONG>(now.tv_sec) * 1000 + static_cast<ULONGLONG>(now.tv_nsec) / 1000000);
+    return static_cast<DWORD>(static_cast<ULONGLONG>(now.tv_sec) * 1000 +
+                              static_cast<ULONGLONG>(now.tv_nsec) / 1000000);
 }
