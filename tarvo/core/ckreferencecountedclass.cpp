@@ -19,6 +19,9 @@ struct alignas(64) WeakSection
 
 constinit tarvo::detail::Undestroyed<std::array<WeakSection, 1u << weakLockBits>> g_weakSections;
 
+/// Stands in a list that is empty but was not always.
+constinit CkWeakReference g_emptied;
+
 /// Multiplicative hashing (D. Knuth, The Art of Computer Programming 3, 6.4) of the address without its alignment.
 CkCriticalSection& sectionOf(const CkReferenceCountedClassBase* object) noexcept
 {
@@ -48,12 +51,12 @@ CkReferenceCountedClassBase::WeakLock::~WeakLock()
 void CkReferenceCountedClassBase::attach(CkWeakReference& reference) const noexcept
 {
     CkWeakReference* const first = m_weakReferences.load(std::memory_order_relaxed);
-    reference.next = first;
+    reference.next = first == &g_emptied ? nullptr : first;
     reference.previous = nullptr;
-    if (first != nullptr)
-        first->previous = &reference;
+    if (reference.next != nullptr)
+        reference.next->previous = &reference;
     reference.target.store(this, std::memory_order_release);
-    m_weakReferences.store(&reference, std::memory_order_release);
+    m_weakReferences.store(&reference, std::memory_order_relaxed);
 }
 
 void CkReferenceCountedClassBase::detach(CkWeakReference& reference) const noexcept
@@ -64,7 +67,7 @@ void CkReferenceCountedClassBase::detach(CkWeakReference& reference) const noexc
     if (reference.previous != nullptr)
         reference.previous->next = reference.next;
     else
-        m_weakReferences.store(reference.next, std::memory_order_release);
+        m_weakReferences.store(reference.next != nullptr ? reference.next : &g_emptied, std::memory_order_relaxed);
 }
 
 void CkReferenceCountedClassBase::clearWeakList() const noexcept
@@ -75,23 +78,24 @@ void CkReferenceCountedClassBase::clearWeakList() const noexcept
 
 void CkReferenceCountedClassBase::unlinkAll() const noexcept
 {
-    for (CkWeakReference* reference = m_weakReferences.load(std::memory_order_relaxed); reference != nullptr;)
+    CkWeakReference* reference = m_weakReferences.load(std::memory_order_relaxed);
+    m_weakReferences.store(&g_emptied, std::memory_order_relaxed);
+    while (reference != nullptr && reference != &g_emptied)
     {
         CkWeakReference* const next = reference->next;
         // The holder may destroy the entry from here on, without the lock.
         reference->target.store(nullptr, std::memory_order_release);
         reference = next;
     }
-    m_weakReferences.store(nullptr, std::memory_order_release);
 }
 
 void CkReferenceCountedClassBase::releaseExternal(std::atomic<LONG>& count) const noexcept
 {
     // The owner may take the object back as soon as the count is 0, so the weak references are emptied in one hold of
-    // their lock with that step; the owner's destructor waits for the lock while the list is not empty.
+    // their lock with that step. The owner's destructor waits for the lock, as there once were weak references.
     for (LONG references = count.load(std::memory_order_relaxed);;)
     {
-        if (references == 1 && m_weakReferences.load(std::memory_order_acquire) != nullptr)
+        if (references == 1 && hadWeakReferences())
         {
             const WeakLock lock(this);
             if (count.compare_exchange_strong(references, 0, std::memory_order_acq_rel, std::memory_order_relaxed))

@@ -44,11 +44,13 @@ protected:
     /// inside an object cannot guard the end of that object.
     CkCriticalSection& objectLock() const noexcept { return m_lock; }
 
+    /// Whether there ever was a weak reference to the object. One that has let go may have become a reference before.
+    bool hadWeakReferences() const noexcept { return m_weakReferences.load(std::memory_order_relaxed) != nullptr; }
+
     /// Empties the weak references; the object is about to go.
     void clearWeakReferences() const noexcept
     {
-        // Acquire pairs with the release by which the last holder to let go touches the object for the last time.
-        if (m_weakReferences.load(std::memory_order_acquire) != nullptr)
+        if (hadWeakReferences())
             clearWeakList();
     }
 
@@ -81,6 +83,7 @@ private:
     void clearWeakList() const noexcept;
     void unlinkAll() const noexcept;
 
+    /// Null until the first weak reference is registered; a mark that is none while the list is empty again.
     mutable std::atomic<CkWeakReference*> m_weakReferences{nullptr};
     mutable CkCriticalSection m_lock;
 };
@@ -151,11 +154,24 @@ private:
         return false;
     }
 
+    /// Whether nobody but the caller, who holds a reference, can reach the object: no other reference exists, and from no
+    /// weak reference can one come. Then the last release needs no interlocked operation. The order matters: a weak
+    /// reference that came after the look at the count would have been made by another reference's holder.
+    bool isSoleReference() const noexcept
+    {
+        return m_referenceCount.load(std::memory_order_acquire) == 1 && !hadWeakReferences();
+    }
+
     /// Gives up one reference, and the object with the last one.
     void release() const noexcept
     {
         if constexpr (N == 1)
             releaseExternal(m_referenceCount);
+        else if (isSoleReference())
+        {
+            m_referenceCount.store(0, std::memory_order_relaxed);
+            delete this;
+        }
         else if (ReleaseReference() == 0)
         {
             clearWeakReferences();

@@ -106,6 +106,6 @@ bool CkStreamReadBinary::readCharacters(CString& value, unsigned __int64 length)
     if (characters == nullptr || read(characters, size) != size)
         return false;
     const WCHAR* const end = std::find(characters, characters + length, WCHAR{0});
-    value = CString(characters, static_cast<int>(end - characters));
+    value.SetString(characters, static_cast<int>(end - characters));
     return true;
 }

@@ -1,7 +1,7 @@
 #include <tarvo/streams/ckstreamwriteascii.h>
 
 #include <tarvo/core/ckformat.h>
-#include <tarvo/platform/framework/format.h>
+#include <tarvo/platform/framework/numbertext.h>
 
 using tarvo::framework::NumberText;
 
@@ -27,8 +27,10 @@ const CkRTTI& CkStreamWriteASCII::GetRTTI() const
     return RTTI;
 }
 
-CkStreamWrite& CkStreamWriteASCII::writeNumber(const NumberText& text)
+template <class T>
+CkStreamWrite& CkStreamWriteASCII::writeNumber(T value)
 {
+    const NumberText text(widened(value));
     return write(CString(text.Text(), text.Length()));
 }
 
@@ -44,52 +46,52 @@ CkStreamWrite& CkStreamWriteASCII::operator<<(bool value)
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(double value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(float value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(__int64 value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned __int64 value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(int value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned int value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(short value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned short value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(signed char value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned char value)
 {
-    return writeNumber(NumberText(widened(value)));
+    return writeNumber(value);
 }
 
 CkStreamWriteASCII& CkStreamWriteASCII::operator<<(const CkStreamWriteASCIIString& stream)
@@ -123,60 +125,61 @@ CkStreamWrite& CkStreamWriteASCIIString::write(const CString& text)
     return *this;
 }
 
-CkStreamWrite& CkStreamWriteASCIIString::append(const NumberText& text)
+template <class T>
+CkStreamWrite& CkStreamWriteASCIIString::appendNumber(T value)
 {
-    m_text.Append(text.Text(), text.Length());
+    m_text.AppendNumber(widened(value));
     return *this;
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(double value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(float value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(__int64 value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned __int64 value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(int value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned int value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(short value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned short value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(signed char value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned char value)
 {
-    return append(NumberText(widened(value)));
+    return appendNumber(value);
 }
 
 CkStreamWriteASCIITrace::~CkStreamWriteASCIITrace() = default;

@@ -5,11 +5,6 @@
 class CkFormat;
 class CkStreamWriteASCIIString;
 
-namespace tarvo::framework
-{
-class NumberText;
-}
-
 /// Turns values into text, UTF-16 despite the name, and hands each piece to the `write` of a derived class. Adds no
 /// separators: 1 and then 2 is 12.
 ///
@@ -54,7 +49,8 @@ protected:
     virtual CkStreamWrite& write(const CString& text) = 0;
 
 private:
-    CkStreamWrite& writeNumber(const tarvo::framework::NumberText& text);
+    template <class T>
+    CkStreamWrite& writeNumber(T value);
 };
 
 /// Collects the text.
@@ -102,7 +98,8 @@ protected:
     CkStreamWrite& write(const CString& text) final;
 
 private:
-    CkStreamWrite& append(const tarvo::framework::NumberText& text);
+    template <class T>
+    CkStreamWrite& appendNumber(T value);
 
     CString m_text;
 };

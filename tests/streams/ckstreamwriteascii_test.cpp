@@ -9,6 +9,7 @@
 #include <climits>
 #include <functional>
 #include <limits>
+#include <string>
 #include <vector>
 
 namespace
@@ -100,6 +101,28 @@ TEST(TextStream, each_value_is_one_piece_in_order)
     EXPECT_EQ(stream.pieces,
               (std::vector<CString>{CK_T("65"), CK_T("1"), CK_T(""), CK_T("5%"), CK_T("true"), CK_T("xy"),
                                     CK_T("0x0000000000000000"), CK_T("0x000000ABCDEF0123")}));
+}
+
+TEST(StringStream, integers_of_every_length_are_appended_whole)
+{
+    CkStreamWriteASCIIString stream;
+    const auto check = [&stream](auto value)
+    {
+        stream.Empty();
+        stream << CK_T("x") << value;
+        ASSERT_EQ(stream->ToUtf8(), "x" + std::to_string(value));
+    };
+    for (unsigned __int64 power = 1, digits = 0; digits < 20; power *= 10, ++digits)
+    {
+        for (const unsigned __int64 value : {power - 1, power, power + 1, power / 3 * 2, power * 10 - 1})
+        {
+            check(value);
+            check(static_cast<__int64>(value));
+            check(-static_cast<__int64>(value >> 1));
+            check(static_cast<unsigned int>(value));
+            check(static_cast<int>(value));
+        }
+    }
 }
 
 TEST(StringStream, collects_empties_and_doubles_its_text)

@@ -132,6 +132,16 @@ public:
     void Append(const WCHAR* text, int length) { append(viewOf(text, length)); }
     void AppendChar(WCHAR unit) { append({&unit, 1}); }
 
+    /// Append the number in decimal, a double in fixed notation with six decimals: the text of a text stream.
+    void AppendNumber(int value);
+    void AppendNumber(unsigned int value);
+    void AppendNumber(long long value);
+    void AppendNumber(unsigned long long value);
+    void AppendNumber(double value);
+
+    /// Replaces the text, in the memory that it has where that is enough; arguments as for `Append`.
+    void SetString(const WCHAR* text, int length) { assign(viewOf(text, length)); }
+
     CString& operator+=(const CString& text)
     {
         append(text.View());

@@ -1,7 +1,8 @@
 #include <tarvo/platform/framework/format.h>
 
+#include <tarvo/platform/framework/numbertext.h>
+
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <climits>
 #include <cmath>
@@ -18,8 +19,6 @@ constexpr unsigned long long maxSignificantDigits = 767;
 /// The digits of the largest `double`, the point, and all decimals.
 constexpr std::size_t realBufferSize = 309 + 1 + maxDecimals + 16;
 
-constexpr int addressDigits = 16;
-
 void upperCase(char* begin, const char* end) noexcept
 {
     for (; begin != end; ++begin)
@@ -27,55 +26,6 @@ void upperCase(char* begin, const char* end) noexcept
         if (*begin >= 'a' && *begin <= 'z')
             *begin = static_cast<char>(*begin - 0x20);
     }
-}
-
-void writeAddress(char* out, const void* address) noexcept
-{
-    auto rest = reinterpret_cast<std::uintptr_t>(address);
-    for (int digit = addressDigits; digit-- > 0; rest >>= 4)
-        out[digit] = "0123456789ABCDEF"[rest & 0xF];
-}
-
-/// Writes a magnitude below 2^43 with six decimals: 10^6 times the exact binary value fits 128 bits, so it is rounded
-/// to a whole number, half to even, by looking at the bits below the point. Returns the end.
-char* writeSixDecimals(char* out, char* end, double magnitude) noexcept
-{
-    __extension__ using Wide = unsigned __int128;
-    constexpr int mantissaBits = 52;
-    constexpr int highestShift = 74; // 2^53 * 10^6 < 2^73: shifted further, everything is below one half
-
-    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
-    const int exponent = static_cast<int>(bits >> mantissaBits);
-    const std::uint64_t fraction = bits & ((std::uint64_t{1} << mantissaBits) - 1);
-    const std::uint64_t mantissa = exponent != 0 ? fraction | std::uint64_t{1} << mantissaBits : fraction;
-    const int shift = 1075 - (exponent != 0 ? exponent : 1);
-
-    std::uint64_t millionths = 0;
-    if (shift <= highestShift)
-    {
-        const Wide product = Wide{mantissa} * 1'000'000;
-        const Wide half = Wide{1} << (shift - 1);
-        const Wide below = product & (half * 2 - 1);
-        millionths = static_cast<std::uint64_t>(product >> shift);
-        if (below > half || (below == half && (millionths & 1) != 0))
-            ++millionths;
-    }
-
-    out = std::to_chars(out, end, millionths / 1'000'000).ptr;
-    *out = '.';
-    auto rest = static_cast<unsigned int>(millionths % 1'000'000);
-    for (int digit = 6; digit > 0; --digit, rest /= 10)
-        out[digit] = static_cast<char>('0' + rest % 10);
-    return out + 7;
-}
-
-/// Writes a finite magnitude in fixed notation and returns the end.
-char* writeFixed(char* out, char* end, double magnitude, int decimals) noexcept
-{
-    constexpr double sixDecimalsLimit = 0x1p43;
-    if (decimals == 6 && magnitude < sixDecimalsLimit)
-        return writeSixDecimals(out, end, magnitude);
-    return std::to_chars(out, end, magnitude, std::chars_format::fixed, decimals).ptr;
 }
 
 /// The variable arguments, in an object because a `va_list` itself cannot be handed on and go on from there.
@@ -271,7 +221,9 @@ public:
     void fixed(Number& number, double magnitude, std::size_t decimals, bool alternate) noexcept
     {
         const std::size_t written = std::min<std::size_t>(decimals, maxDecimals);
-        number.digits = finish(writeFixed(m_buffer, std::end(m_buffer), magnitude, static_cast<int>(written)));
+        number.digits = finish(
+            std::to_chars(m_buffer, std::end(m_buffer), magnitude, std::chars_format::fixed, static_cast<int>(written))
+                .ptr);
         number.point = alternate && decimals == 0;
         number.trailingZeros = decimals - written;
     }
@@ -452,11 +404,8 @@ private:
 
     void address(const Field& field)
     {
-        char digits[addressDigits];
-        writeAddress(digits, m_arguments.nextPointer());
-        Number number;
-        number.digits = {digits, addressDigits};
-        put(field, number);
+        const NumberText digits(m_arguments.nextPointer());
+        putText(field, {digits.Text(), static_cast<std::size_t>(digits.Length())});
     }
 
     long long nextSigned(Size size) noexcept
@@ -543,50 +492,5 @@ void formatInto(TextBuffer& out, const WCHAR* format, va_list arguments)
 {
     if (format != nullptr)
         Formatter(out, arguments).run(format);
-}
-
-NumberText::NumberText(int value) noexcept : NumberText(static_cast<long long>(value)) {}
-
-NumberText::NumberText(unsigned int value) noexcept : NumberText(static_cast<unsigned long long>(value)) {}
-
-NumberText::NumberText(long long value) noexcept
-{
-    char buffer[24];
-    widen(buffer, std::to_chars(buffer, std::end(buffer), value).ptr);
-}
-
-NumberText::NumberText(unsigned long long value) noexcept
-{
-    char buffer[24];
-    widen(buffer, std::to_chars(buffer, std::end(buffer), value).ptr);
-}
-
-NumberText::NumberText(double value) noexcept
-{
-    char buffer[maxLength];
-    char* begin = buffer;
-    if (std::signbit(value))
-        *begin++ = '-';
-    const double magnitude = std::fabs(value);
-    if (std::isfinite(value))
-    {
-        widen(buffer, writeFixed(begin, std::end(buffer), magnitude, 6));
-        return;
-    }
-    std::memcpy(begin, std::isnan(value) ? "nan" : "inf", 3);
-    widen(buffer, begin + 3);
-}
-
-NumberText::NumberText(const void* address) noexcept
-{
-    char buffer[addressDigits];
-    writeAddress(buffer, address);
-    widen(buffer, std::end(buffer));
-}
-
-void NumberText::widen(const char* begin, const char* end) noexcept
-{
-    m_length = static_cast<int>(end - begin);
-    *std::copy(begin, end, m_text) = 0;
 }
 } // namespace tarvo::framework

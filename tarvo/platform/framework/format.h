@@ -36,34 +36,4 @@ public:
 private:
     va_list& m_arguments;
 };
-
-/// A number as text, made on the stack, in the form that a text stream gives it.
-class TARVO_API NumberText
-{
-public:
-    explicit NumberText(int value) noexcept;
-    explicit NumberText(unsigned int value) noexcept;
-    explicit NumberText(long long value) noexcept;
-    explicit NumberText(unsigned long long value) noexcept;
-    /// Fixed notation with six decimals, like `%f`.
-    explicit NumberText(double value) noexcept;
-    /// 16 upper-case hexadecimal digits, like `%p`.
-    explicit NumberText(const void* address) noexcept;
-
-    NumberText(const NumberText&) = delete;
-    NumberText& operator=(const NumberText&) = delete;
-
-    /// Ends with a zero.
-    const WCHAR* Text() const noexcept { return m_text; }
-    int Length() const noexcept { return m_length; }
-
-private:
-    /// Sign, 309 digits of the largest `double`, point, six decimals.
-    static constexpr int maxLength = 1 + 309 + 1 + 6;
-
-    void widen(const char* begin, const char* end) noexcept;
-
-    int m_length;
-    WCHAR m_text[maxLength + 1];
-};
 } // namespace tarvo::framework
