@@ -6,8 +6,11 @@
 #include <tarvo/platform/framework/cexception.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <new>
 #include <utility>
+#include <vector>
 
 namespace
 {
@@ -16,28 +19,58 @@ constexpr int maximumReportDepth = 4;
 constinit thread_local int t_reportDepth = 0;
 
 /// Where a dying exception leaves its history to the destructor that started on this thread, see `~CkException`.
-constinit thread_local CkException::History* t_leftHistory = nullptr;
+constinit thread_local std::vector<CkException::History>* t_leftHistories = nullptr;
 
-/// A copy of `previous` as an object of its class; empty when that class has no clone function or cloning fails: what
-/// goes wrong with the cause must not replace the error itself.
-CkException::History cloneOf(const CkException& previous) noexcept
+bool leaveHistory(CkException::History& history) noexcept
 try
 {
-    const CkRTTI& rtti = previous.GetRTTI();
-    const auto registration = CkRTTIRegistration::Find(rtti.GetName());
-    // Another class of that name would clone an object that is none of its own.
-    if (registration.record != &rtti || registration.clone == nullptr)
-        return nullptr;
-    return static_cast<const CkException*>(registration.clone(&previous));
+    if (t_leftHistories == nullptr)
+        return false;
+    t_leftHistories->push_back(std::move(history));
+    return true;
+}
+catch (const std::bad_alloc&)
+{
+    return false;
+}
+
+/// What `make` gives, or an empty history where it fails: what goes wrong with the cause must not replace the error
+/// itself.
+template <class Make>
+CkException::History historyOr(Make make) noexcept
+try
+{
+    return make();
+}
+catch (CException* exception)
+{
+    exception->Delete();
+    return nullptr;
 }
 catch (...)
 {
     return nullptr;
 }
 
-CkException::History describe(const std::exception& previous)
+/// A copy of `previous` as an object of its class; empty when that class has no clone function.
+CkException::History cloneOf(const CkException& previous) noexcept
 {
-    return new CkException(CK_T("std::exception (") + CString(previous.what()) + CK_T(")"), 0);
+    return historyOr(
+        [&previous]() -> CkException::History
+        {
+            const CkRTTI& rtti = previous.GetRTTI();
+            const auto registration = CkRTTIRegistration::Find(rtti.GetName());
+            // Another class of that name would clone an object that is none of its own.
+            if (registration.record != &rtti || registration.clone == nullptr)
+                return nullptr;
+            return static_cast<const CkException*>(registration.clone(&previous));
+        });
+}
+
+CkException::History describe(const std::exception& previous) noexcept
+{
+    return historyOr([&previous]() -> CkException::History
+                     { return new CkException(CK_T("std::exception (") + CString(previous.what()) + CK_T(")"), 0); });
 }
 
 /// 32-bit FNV-1 over the low byte of each unit.
@@ -91,23 +124,22 @@ CkException::CkException(const CString& fileName, unsigned int codeLine, const s
 CkException::CkException(const CkException&) = default;
 CkException& CkException::operator=(const CkException&) = default;
 
-// A chain of causes is taken down by the destructor of its first element, in a loop: each element that dies inside the
+// A chain of causes is taken down by the destructor of its first element, in a loop: each exception that dies inside the
 // loop leaves its own history to it instead of releasing that itself. An element that others still hold does not die,
 // and ends the loop.
 CkException::~CkException()
 {
-    if (!m_history)
+    if (!m_history || leaveHistory(m_history))
         return;
-    if (t_leftHistory != nullptr && !*t_leftHistory)
+    std::vector<History> left;
+    std::vector<History>* const outer = std::exchange(t_leftHistories, &left);
+    m_history.Reset();
+    while (!left.empty())
     {
-        t_leftHistory->swap(m_history);
-        return;
+        const History next = std::move(left.back());
+        left.pop_back();
     }
-    History left;
-    History* const outer = std::exchange(t_leftHistory, &left);
-    for (History current = std::move(m_history); current; current = std::move(left))
-        current.Reset();
-    t_leftHistory = outer;
+    t_leftHistories = outer;
 }
 
 const CkRTTI& CkException::GetRTTI() const
@@ -274,14 +306,20 @@ CkExceptionWrongFileVersion* CkExceptionWrongFileVersion::Clone(const CkExceptio
 
 CString tarvo::detail::sourceFile(std::string_view path)
 {
-    constexpr std::string_view separators = "/\\";
-    const std::size_t name = path.find_last_of(separators);
-    const std::size_t dot = path.rfind('.');
-    if (dot != path.npos && (name == path.npos || dot > name))
-        path = path.substr(0, dot);
-    if (name == path.npos)
-        return CString::FromUtf8(path);
-    const std::size_t folder = name == 0 ? path.npos : path.find_last_of(separators, name - 1);
-    const std::size_t start = folder == path.npos ? 0 : folder + 1;
-    return CString::FromUtf8(path.substr(start, name - start)) + CK_T("\\") + CString::FromUtf8(path.substr(name + 1));
+    std::vector<std::string_view> components;
+    while (!path.empty())
+    {
+        const std::size_t length = std::min(path.find_first_of("/\\"), path.size());
+        const std::string_view component = path.substr(0, length);
+        path.remove_prefix(std::min(length + 1, path.size()));
+        if (component == ".." && !components.empty())
+            components.pop_back();
+        else if (component != "" && component != "." && component != "..")
+            components.push_back(component);
+    }
+    if (components.empty())
+        return CString();
+    const std::size_t dot = components.back().rfind('.');
+    const CString stem = CString::FromUtf8(components.back().substr(0, dot != 0 ? dot : std::string_view::npos));
+    return components.size() == 1 ? stem : CString::FromUtf8(components.end()[-2]) + CK_T("\\") + stem;
 }

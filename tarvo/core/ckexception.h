@@ -7,8 +7,10 @@
 #include <tarvo/platform/framework/cstring.h>
 #include <tarvo/streams/ckidumpable.h>
 
+#include <concepts>
 #include <exception>
 #include <string_view>
+#include <utility>
 
 class CkStreamWriteASCII;
 
@@ -68,6 +70,7 @@ protected:
     template <class E>
     static void* CloneByFactory(const void* exception)
     {
+        static_assert(std::same_as<decltype(E::Clone(std::declval<const E&>())), E*>, "E needs a Clone of its own");
         const auto* const original = static_cast<const CkException*>(exception);
         return static_cast<CkException*>(E::Clone(static_cast<const E&>(*original)));
     }
@@ -157,10 +160,10 @@ public:
 
 namespace tarvo::detail
 {
-/// The last two components of a path, without the extension and with a backslash between them.
+/// The last two components of a path, with "." and ".." resolved, without the extension and with a backslash between.
 TARVO_API CString sourceFile(std::string_view path);
 } // namespace tarvo::detail
 
-/// Names the source file that it stands in, the same on every machine and whatever the folder of the build:
-/// "folder\stem". For the file name of an exception.
+/// Names the source file that it stands in as "folder\stem", the same on every machine and whatever the folder of the
+/// build, as long as the compiler is given at least the file's folder. For the file name of an exception.
 #define CK_SOURCE_FILE ::tarvo::detail::sourceFile(__FILE__)

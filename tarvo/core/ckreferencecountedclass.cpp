@@ -4,6 +4,7 @@
 #include <tarvo/platform/kernel/processor.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <thread>
 
@@ -11,6 +12,7 @@ namespace
 {
 constexpr unsigned int weakLockBits = 6;
 constexpr int spinsBeforeYield = 100;
+constexpr int yieldsBeforeSleep = 200;
 
 struct alignas(64) WeakSection
 {
@@ -38,8 +40,10 @@ CkReferenceCountedClassBase::WeakLock::WeakLock(const CkReferenceCountedClassBas
     {
         if (spins < spinsBeforeYield)
             tarvo::kernel::spinPause();
-        else
+        else if (spins < yieldsBeforeSleep)
             std::this_thread::yield();
+        else // the holder may have a lower priority and need this processor
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
 }
 

@@ -91,7 +91,8 @@ private:
 /// Base of objects that several owners share: `class Task : public CkReferenceCountedClass<Task, 0>`, held through
 /// `CkSmartPointer`.
 ///
-/// `N` is 0 for objects that the last release deletes, and 1 for those that it leaves to their owner.
+/// `N` is 0 for objects that the last release deletes, and 1 for those that it leaves to their owner. It alone decides;
+/// `IsExternalManagement` tells it to those who know only the base.
 ///
 /// Threads: references may be added and released on any threads at once. Takes no lock, except while weak references to
 /// the object exist: then the last release takes a process-wide lock for a few instructions.

@@ -4,25 +4,18 @@
 
 #include <algorithm>
 
-namespace
-{
-/// The table that `GetBaseClassRTTI` describes.
-std::unique_ptr<const CkRTTI*[]> makeTable(std::initializer_list<const CkRTTI*> bases)
-{
-    if (bases.size() == 0)
-        return nullptr;
-    auto table = std::make_unique<const CkRTTI*[]>(bases.size() + 1);
-    table[0] = reinterpret_cast<const CkRTTI*>(bases.size());
-    std::ranges::copy(bases, &table[1]);
-    return table;
-}
-} // namespace
-
 CkRTTI::CkRTTI(const CString& name, std::initializer_list<const CkRTTI*> bases, CreateFunction create,
                CloneFunction clone)
-    : m_bases(makeTable(bases)), m_name(name)
 {
-    CkRTTIRegistration::Register(*this, create, clone);
+    if (bases.size() != 0)
+    {
+        m_bases = m_table.data();
+        m_bases[0] = reinterpret_cast<const CkRTTI*>(bases.size());
+        std::ranges::copy(bases, &m_bases[1]);
+    }
+    CString copy(name);
+    CkRTTIRegistration::Register(name, *this, create, clone);
+    m_name.object.swap(copy);
 }
 
 CkRTTI::CkRTTI(const CString& name, CreateFunction create, CloneFunction clone) : CkRTTI(name, {}, create, clone) {}
@@ -44,7 +37,11 @@ CkRTTI::CkRTTI(const CString& name, const CkRTTI& base1, const CkRTTI& base2, co
 {
 }
 
-CkRTTI::~CkRTTI() = default;
+CkRTTI::~CkRTTI()
+{
+    if (!tarvo::detail::isLeftToProcess())
+        CString().swap(m_name.object);
+}
 
 bool CkRTTI::isKindOfFurtherBase(const CkRTTI& rtti) const noexcept
 {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <tarvo/config.h>
+#include <tarvo/library/unloadsequence.h>
 #include <tarvo/platform/framework/cstring.h>
 
+#include <array>
 #include <cstddef>
-#include <memory>
+#include <initializer_list>
 
 /// The run-time type record of a class: its name and the records of its base classes. Two records are the same class
 /// only if they are the same object.
@@ -14,7 +16,8 @@
 ///
 /// Threads: a record never changes once it is constructed; any thread may use it without a lock.
 /// Lifetime: static, in the module that defines the class. A record refers to the records of its bases without reading
-/// them, so it may be constructed before them.
+/// them, so it may be constructed before them. One of static lifetime may still be asked after its end, and has then no
+/// name; those of the library stay as they are when the process ends.
 /// Failure: construction raises what allocation and the registration raise.
 class TARVO_API CkRTTI
 {
@@ -37,11 +40,11 @@ public:
     /// Leaves the registration in place; the name must not be looked up afterwards.
     ~CkRTTI();
 
-    const CString& GetName() const noexcept { return m_name; }
+    const CString& GetName() const noexcept { return m_name.object; }
 
     /// The base classes: null without any, else the number of them in slot 0 (as a number) and their records behind it,
     /// in the order of construction.
-    const CkRTTI** GetBaseClassRTTI() const noexcept { return m_bases.get(); }
+    const CkRTTI** GetBaseClassRTTI() const noexcept { return m_bases; }
 
     bool operator==(const CkRTTI& rtti) const noexcept { return this == &rtti; }
     bool Is(const CkRTTI& rtti) const noexcept { return this == &rtti; }
@@ -54,7 +57,7 @@ public:
         {
             if (record == &rtti)
                 return true;
-            const CkRTTI* const* const bases = record->m_bases.get();
+            const CkRTTI* const* const bases = record->m_bases;
             if (bases == nullptr)
                 return false;
             if (record->hasSeveralBases() && record->isKindOfFurtherBase(rtti))
@@ -75,6 +78,7 @@ private:
     bool hasSeveralBases() const noexcept { return countBases() > 1; }
     bool isKindOfFurtherBase(const CkRTTI& rtti) const noexcept;
 
-    std::unique_ptr<const CkRTTI*[]> m_bases;
-    CString m_name;
+    const CkRTTI** m_bases = nullptr;       ///< `m_table`, or null without bases.
+    std::array<const CkRTTI*, 4> m_table{}; ///< In the record: no heap to outlive, and none to fail.
+    tarvo::detail::Undestroyed<CString> m_name;
 };

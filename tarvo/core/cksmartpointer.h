@@ -30,7 +30,7 @@ public:
     CkSmartPointer(T* object) noexcept : m_object(object)
     {
         if (m_object != nullptr)
-            m_object->GetReference();
+            add(*m_object);
     }
 
     CkSmartPointer(const CkSmartPointer& other) noexcept : CkSmartPointer(other.m_object) {}
@@ -77,7 +77,7 @@ public:
     void Reset() noexcept
     {
         if (T* const object = std::exchange(m_object, nullptr))
-            object->release();
+            drop(*object);
     }
 
     T* Get() const noexcept { return m_object; }
@@ -105,6 +105,19 @@ private:
     struct Adopt
     {
     };
+
+    // By the base class, as `T` may have operations of the same names.
+    template <class U, int M>
+    static void add(const CkReferenceCountedClass<U, M>& object) noexcept
+    {
+        object.GetReference();
+    }
+
+    template <class U, int M>
+    static void drop(const CkReferenceCountedClass<U, M>& object) noexcept
+    {
+        object.release();
+    }
 
     /// Takes over a reference that was counted already.
     CkSmartPointer(T* object, Adopt) noexcept : m_object(object) {}

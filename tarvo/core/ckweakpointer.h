@@ -56,7 +56,7 @@ public:
         whileAlive(
             [&owned](T* object)
             {
-                if (object->tryAddReference())
+                if (tryAdd(*object))
                     owned = object;
             });
         return CkSmartPointer<T>(owned, typename CkSmartPointer<T>::Adopt());
@@ -68,7 +68,7 @@ public:
     /// Forgets the object.
     void Reset() noexcept
     {
-        whileAlive([this](T* object) { object->detach(m_reference); });
+        whileAlive([this](T* object) { static_cast<const Base*>(object)->detach(m_reference); });
     }
 
 private:
@@ -85,6 +85,12 @@ private:
         const Base::WeakLock lock(target);
         if (m_reference.target.load(std::memory_order_relaxed) != nullptr)
             action(m_object);
+    }
+
+    template <class U, int M>
+    static bool tryAdd(const CkReferenceCountedClass<U, M>& object) noexcept
+    {
+        return object.tryAddReference();
     }
 
     void attach(T* object) noexcept

@@ -2,7 +2,6 @@
 // they stand here and destroyed in the reverse.
 
 #include <tarvo/core/ckexception.h>
-#include <tarvo/core/detail/exceptionreport.h>
 #include <tarvo/library/unloadsequence.h>
 #include <tarvo/streams/ckstreamreadbinary.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
@@ -37,10 +36,6 @@ namespace
 /// Constructed last and destroyed first: what was made on first use goes before the static objects.
 const struct UnloadOwner
 {
-    ~UnloadOwner()
-    {
-        tarvo::detail::runUnloadEntries(nullptr);
-        tarvo::detail::exchangeReportSink(nullptr);
-    }
+    ~UnloadOwner() { tarvo::detail::unloadLibrary(); }
 } unloadOwner;
 } // namespace

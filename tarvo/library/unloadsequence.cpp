@@ -1,6 +1,10 @@
 #include <tarvo/library/unloadsequence.h>
 
+#include <tarvo/core/ckexception.h>
+#include <tarvo/platform/kernel/unloading.h>
 #include <tarvo/threads/ckcriticalsection.h>
+
+#include <atomic>
 
 namespace tarvo::detail
 {
@@ -8,9 +12,11 @@ namespace
 {
 constinit Undestroyed<CkCriticalSection> g_lock;
 constinit UnloadEntry* g_newest = nullptr;
+constinit std::atomic<bool> g_leftToProcess{false};
 
-/// Takes the newest entry of `module` out of the list; null when there is none.
-UnloadEntry* takeNewest(const void* module)
+/// Takes the newest entry of `module` out of the list; null when there is none, or the lock cannot be had.
+UnloadEntry* takeNewest(const void* module) noexcept
+try
 {
     const CkCriticalSectionAuto guard(g_lock.object);
     for (UnloadEntry** link = &g_newest; *link != nullptr; link = &(*link)->previous)
@@ -24,7 +30,24 @@ UnloadEntry* takeNewest(const void* module)
     }
     return nullptr;
 }
+catch (const CkException&)
+{
+    return nullptr;
+}
 } // namespace
+
+bool isLeftToProcess() noexcept
+{
+    return g_leftToProcess.load(std::memory_order_relaxed);
+}
+
+void unloadLibrary() noexcept
+{
+    if (kernel::isProcessEnding())
+        g_leftToProcess.store(true, std::memory_order_relaxed);
+    else
+        runUnloadEntries(nullptr);
+}
 
 void registerUnload(UnloadEntry& entry, const void* module)
 {

@@ -5,8 +5,11 @@
 // What was made on first use and must be destroyed when its module goes: one list, run in reverse.
 //
 // Each entry belongs to a module: the library, a program, a plug-in. The entries of the library run when the library is
-// unloaded or the process ends, before the library's static objects are destroyed. Those of another module run when that
-// module goes, so that no code is called that is no longer there.
+// unloaded, before its static objects are destroyed. Those of another module run when that module goes, so that no code
+// is called that is no longer there.
+//
+// When the process ends, threads may still be running, or were stopped wherever they were, with locks in their hands.
+// Then the library leaves all that is its own to the system: its objects stay usable to the last.
 
 namespace tarvo::detail
 {
@@ -23,6 +26,13 @@ struct Undestroyed
         T object;
     };
 };
+
+/// Whether the process ends and the library's objects are left to it.
+bool isLeftToProcess() noexcept;
+
+/// What the owner of the static objects does before they are destroyed: runs the library's entries, or finds that all is
+/// left to the process.
+void unloadLibrary() noexcept;
 
 /// A step of the unload sequence. Of static lifetime, in the module whose code `handler` is.
 struct UnloadEntry
@@ -42,11 +52,14 @@ TARVO_API void runUnloadEntries(const void* module) noexcept;
 
 #if defined(TARVO_EXPORTS)
 /// The library's own entries are run by the owner of its static objects.
-inline const void* thisModule() noexcept
+inline void registerForThisModule(UnloadEntry& entry)
 {
-    return nullptr;
+    registerUnload(entry);
 }
 #else
+/// Whether the entries of the module that this is compiled into have run.
+TARVO_HIDDEN inline constinit bool g_moduleGone = false;
+
 /// Ends with its module and runs the module's entries then.
 class TARVO_HIDDEN ModuleUnload
 {
@@ -54,15 +67,22 @@ public:
     ModuleUnload() = default;
     ModuleUnload(const ModuleUnload&) = delete;
     ModuleUnload& operator=(const ModuleUnload&) = delete;
-    ~ModuleUnload() { runUnloadEntries(this); }
+
+    ~ModuleUnload()
+    {
+        runUnloadEntries(this);
+        g_moduleGone = true;
+    }
 };
 
-/// The module that this is compiled into. First asked when the module registers its first entry: what it has constructed
-/// by then, its type records among it, is destroyed after the entries have run.
-TARVO_HIDDEN inline const void* thisModule()
+/// Registers for the module that this is compiled into. What the module has constructed before its first entry, its type
+/// records among it, is destroyed after the entries have run. An entry that comes even later is never run: nobody would
+/// take it from the list before its code is gone.
+TARVO_HIDDEN inline void registerForThisModule(UnloadEntry& entry)
 {
     static const ModuleUnload module;
-    return &module;
+    if (!g_moduleGone)
+        registerUnload(entry, &module);
 }
 #endif
 } // namespace tarvo::detail

@@ -42,14 +42,9 @@ public:
         return *this;
     }
 
-    template <tarvo::detail::Long32 T>
-    CkStreamRead& operator>>(T& value)
-    {
-        tarvo::detail::LongAsInt<T> read = 0;
-        *this >> read;
-        value = static_cast<T>(read);
-        return *this;
-    }
+    CkStreamRead& operator>>(WCHAR& value) { return readAs<unsigned short>(value); }
+    CkStreamRead& operator>>(tarvo::detail::Long32& value) { return readAs<int>(value); }
+    CkStreamRead& operator>>(tarvo::detail::ULong32& value) { return readAs<unsigned int>(value); }
 
     template <tarvo::detail::Long64 T>
     CkStreamRead& operator>>(T& value) = delete;
@@ -62,4 +57,17 @@ public:
     const CString& GetClassNameW() const { return GetRTTI().GetName(); }
     bool Is(const CkRTTI& rtti) const { return GetRTTI().Is(rtti); }
     bool IsKindOf(const CkRTTI& rtti) const { return GetRTTI().IsKindOf(rtti); }
+
+private:
+    template <class Stored, class T>
+    CkStreamRead& readAs(T& value)
+    {
+        if constexpr (std::is_integral_v<T>)
+        {
+            Stored read = 0;
+            *this >> read;
+            value = static_cast<T>(read);
+        }
+        return *this;
+    }
 };

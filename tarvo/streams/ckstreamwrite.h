@@ -11,7 +11,8 @@
 /// with `using CkStreamWrite::operator<<;`, or the missing types would convert to the wrong ones.
 ///
 /// Integers have the same width on every platform: `LONG` and `ULONG` are 32 bits. Where C++'s own `long` has 64, writing
-/// one does not compile; say `LONG` or `__int64`. Pointers other than to wide text do not compile either.
+/// one does not compile; say `LONG` or `__int64`. Neither do pointers other than to wide text, nor characters other than
+/// `char` and `WCHAR`.
 ///
 /// Threads: a stream is for one thread at a time.
 /// Failure: whatever the concrete stream raises.
@@ -47,10 +48,23 @@ public:
         return *this;
     }
 
-    template <tarvo::detail::Long32 T>
-    CkStreamWrite& operator<<(T value)
+    /// Writes the unit as an unsigned 16-bit number.
+    CkStreamWrite& operator<<(WCHAR value)
     {
-        *this << static_cast<tarvo::detail::LongAsInt<T>>(value);
+        *this << static_cast<unsigned short>(value);
+        return *this;
+    }
+
+    // `long` and `unsigned long` where they have 32 bits; see `NoLong` for elsewhere.
+    CkStreamWrite& operator<<(tarvo::detail::Long32 value)
+    {
+        *this << static_cast<int>(value);
+        return *this;
+    }
+
+    CkStreamWrite& operator<<(tarvo::detail::ULong32 value)
+    {
+        *this << static_cast<unsigned int>(value);
         return *this;
     }
 
@@ -60,8 +74,12 @@ public:
 
     template <tarvo::detail::Long64 T>
     CkStreamWrite& operator<<(T value) = delete;
+    template <tarvo::detail::OtherCharacter T>
+    CkStreamWrite& operator<<(T value) = delete;
     template <tarvo::detail::PointerButNotText P>
     CkStreamWrite& operator<<(P pointer) = delete;
+    template <tarvo::detail::ConvertsToPointer T>
+    CkStreamWrite& operator<<(const T& value) = delete;
 
     /// Marks the record that follows with the version of its format; see `CkStreamRead::ReadAndCompareVersion`.
     void WriteVersion(unsigned int version) { *this << version; }

@@ -3,6 +3,8 @@
 #include <tarvo/core/ckformat.h>
 #include <tarvo/platform/framework/numbertext.h>
 
+#include <typeinfo>
+
 using tarvo::framework::NumberText;
 
 namespace
@@ -128,6 +130,8 @@ CkStreamWrite& CkStreamWriteASCIIString::write(const CString& text)
 template <class T>
 CkStreamWrite& CkStreamWriteASCIIString::appendNumber(T value)
 {
+    if (&typeid(*this) != &typeid(CkStreamWriteASCIIString))
+        return CkStreamWriteASCII::operator<<(value);
     m_text.AppendNumber(widened(value));
     return *this;
 }

@@ -68,8 +68,7 @@ public:
 
     using CkStreamWriteASCII::operator<<;
 
-    // Numbers go straight into the text, without a CString in between. Nothing is passed by that could be overridden:
-    // `write` is final here.
+    // Numbers go straight into the text, without a CString in between, where no derived class may want to see them.
     CkStreamWrite& operator<<(double value) override;
     CkStreamWrite& operator<<(float value) override;
     CkStreamWrite& operator<<(__int64 value) override;
@@ -95,7 +94,7 @@ public:
     void Serialize(CkStreamWrite& stream) const { stream << m_text; }
 
 protected:
-    CkStreamWrite& write(const CString& text) final;
+    CkStreamWrite& write(const CString& text) override;
 
 private:
     template <class T>

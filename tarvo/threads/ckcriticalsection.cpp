@@ -47,57 +47,55 @@ bool CkCriticalSection::spin(ULONG threadId) noexcept
 
 bool CkCriticalSection::ensureSemaphore() noexcept
 {
-    if (m_semaphore.load(std::memory_order_acquire) != nullptr)
+    if (m_semaphore.load(std::memory_order_seq_cst) != nullptr)
         return true;
     const HANDLE made = CreateSemaphoreW(nullptr, 0, semaphoreMaximum, nullptr);
     if (made == nullptr)
         return false;
     HANDLE published = nullptr;
-    if (!m_semaphore.compare_exchange_strong(published, made, std::memory_order_acq_rel, std::memory_order_acquire))
+    if (!m_semaphore.compare_exchange_strong(published, made, std::memory_order_seq_cst))
         CloseHandle(made);
     return true;
 }
 
-// The number of waiters plus the units that the semaphore was given and nobody has taken yet is always the number of
-// threads between counting themselves and either taking a unit or taking themselves off. So while a thread sleeps and no
-// unit is left for it, the number of waiters is above 0, and the next `Leave` gives a unit. A unit that meets no sleeper
-// costs the next one a look at the owner, nothing else.
 bool CkCriticalSection::perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept
 {
-    HANDLE semaphore = m_semaphore.load(std::memory_order_acquire);
-    if (semaphore == nullptr)
+    if (m_semaphore.load(std::memory_order_relaxed) == nullptr)
         return false;
     const DWORD start = GetTickCount();
-    for (bool registered = false;;)
-    {
-        if (!registered)
-            m_waiterCount.fetch_add(1, std::memory_order_seq_cst);
-        const bool seen = tarvo::kernel::heavyBarrier();
-        const bool acquired = tryAcquire(threadId);
-        const DWORD elapsed = timeoutMs == INFINITE ? 0 : GetTickCount() - start;
-        if (acquired || elapsed >= timeoutMs)
-        {
-            m_waiterCount.fetch_sub(1, std::memory_order_relaxed);
-            return acquired;
-        }
-        const DWORD rest = timeoutMs == INFINITE ? INFINITE : timeoutMs - elapsed;
-        const DWORD result = WaitForSingleObject(semaphore, seen ? rest : std::min(rest, uncertainSleep));
-        // Whoever gave a unit has taken this thread off the count; after anything else it still stands there.
-        registered = result != WAIT_OBJECT_0;
-        if (result != WAIT_OBJECT_0 && result != WAIT_TIMEOUT && !replaceClosed(semaphore))
-        {
-            m_waiterCount.fetch_sub(1, std::memory_order_relaxed);
-            return false;
-        }
-    }
+    m_waiters.fetch_add(oneWaiter, std::memory_order_seq_cst);
+    // From here on a `Leave` that this thread does not see sees this thread; once is enough.
+    const bool seen = tarvo::kernel::heavyBarrier();
+    WaitStep step;
+    do
+        step = waitStep(threadId, start, timeoutMs, seen);
+    while (step == WaitStep::again);
+    m_waiters.fetch_sub(oneWaiter, std::memory_order_relaxed);
+    return step == WaitStep::acquired;
 }
 
-bool CkCriticalSection::replaceClosed(HANDLE& semaphore) noexcept
+// A `Leave` that finds waiters gives one unit, unless one is on its way already. It is on its way until the thread that
+// took it has cleared the mark; that thread then tries the owner, and finds the section free, or held by one whose
+// `Leave` comes after the mark was cleared. So a unit is never missing, and there is never more than one for nobody.
+CkCriticalSection::WaitStep CkCriticalSection::waitStep(ULONG threadId, DWORD start, unsigned int timeoutMs,
+                                                        bool seen) noexcept
 {
-    if (m_semaphore.load(std::memory_order_acquire) == semaphore || !ensureSemaphore())
-        return false;
-    semaphore = m_semaphore.load(std::memory_order_acquire);
-    return true;
+    // The semaphore before the owner, as `wakeOne` looks for it after freeing the section.
+    const HANDLE semaphore = m_semaphore.load(std::memory_order_seq_cst);
+    if (tryAcquire(threadId))
+        return WaitStep::acquired;
+    const DWORD elapsed = timeoutMs == INFINITE ? 0 : GetTickCount() - start;
+    if (elapsed >= timeoutMs)
+        return WaitStep::failed;
+    if (semaphore == nullptr)
+        return ensureSemaphore() ? WaitStep::again : WaitStep::failed;
+    const DWORD rest = timeoutMs == INFINITE ? INFINITE : timeoutMs - elapsed;
+    switch (WaitForSingleObject(semaphore, seen ? rest : std::min(rest, uncertainSleep)))
+    {
+    case WAIT_OBJECT_0: m_waiters.fetch_and(~wakeOnItsWay, std::memory_order_seq_cst); return WaitStep::again;
+    case WAIT_TIMEOUT: return WaitStep::again;
+    default: return WaitStep::failed;
+    }
 }
 
 void CkCriticalSection::enterSlow(ULONG threadId)
@@ -109,27 +107,30 @@ void CkCriticalSection::enterSlow(ULONG threadId)
 
 void CkCriticalSection::wakeOne()
 {
-    const HANDLE semaphore = m_semaphore.load(std::memory_order_acquire);
-    m_waiterCount.fetch_sub(1, std::memory_order_relaxed);
-    if (ReleaseSemaphore(semaphore, 1, nullptr))
+    if ((m_waiters.fetch_or(wakeOnItsWay, std::memory_order_seq_cst) & wakeOnItsWay) != 0)
         return;
-    m_waiterCount.fetch_add(1, std::memory_order_relaxed);
-    // A waiter whose semaphore was closed meanwhile wakes by itself.
-    if (semaphore != nullptr && semaphore == m_semaphore.load(std::memory_order_acquire))
+    const HANDLE semaphore = m_semaphore.load(std::memory_order_seq_cst);
+    if (semaphore != nullptr && ReleaseSemaphore(semaphore, 1, nullptr))
+        return;
+    m_waiters.fetch_and(~wakeOnItsWay, std::memory_order_seq_cst);
+    // Where the destructor has taken the semaphore away, the waiter finds that out and looks at the owner again.
+    if (semaphore != nullptr && semaphore == m_semaphore.load(std::memory_order_seq_cst))
         throw CkException(source, lineLeaveFailed);
 }
 
 // Of static lifetime, a section may be destroyed while threads that the end of the process has not stopped yet still use
-// it. Sleepers keep their semaphore; a thread on its way to sleep finds it closed and makes a new one.
+// it. Waiters count themselves before they look for the semaphore, so either they are seen here or they see that there is
+// none. Where some are seen, they may be asleep on the semaphore: it is left to them.
 void CkCriticalSection::closeSemaphore() noexcept
 {
-    if (m_waiterCount.load(std::memory_order_seq_cst) > 0)
+    if (m_waiters.load(std::memory_order_seq_cst) >= oneWaiter)
         return;
-    const HANDLE semaphore = m_semaphore.exchange(nullptr, std::memory_order_acq_rel);
-    // What goes with the semaphore: wake-ups that met nobody, each of which has taken one off the count in advance.
-    while (WaitForSingleObject(semaphore, 0) == WAIT_OBJECT_0)
-        m_waiterCount.fetch_add(1, std::memory_order_relaxed);
-    CloseHandle(semaphore);
+    const HANDLE semaphore = m_semaphore.exchange(nullptr, std::memory_order_seq_cst);
+    const LONG late = m_waiters.fetch_and(~wakeOnItsWay, std::memory_order_seq_cst) / oneWaiter;
+    if (late == 0)
+        CloseHandle(semaphore);
+    else // they look again and find the semaphore that took its place
+        ReleaseSemaphore(semaphore, late, nullptr);
 }
 
 void CkCriticalSectionAuto::rethrowUnlessUnwinding()

@@ -8,7 +8,8 @@
 
 /// The lock of the library: recursive, owned by a thread, spinning a while before it sleeps.
 ///
-/// Threads: every operation may be called from any thread; `Leave` only from the owner. Takes no other lock. The
+/// Threads: every operation may be called from any thread; `Leave` and `GetRecursionCount` only from the owner. Takes no
+/// other lock. The
 /// sections of the library nest in this order: singleton lock, thread pool, event registry, log listener manager, object.
 /// Blocking: `Enter` without limit, after `spinCount` attempts asleep in the kernel.
 /// Lifetime: no kernel object exists before the first contention that outlasts the spinning; it goes with the section.
@@ -25,8 +26,10 @@
 class TARVO_API CkCriticalSection
 {
 public:
+    constexpr CkCriticalSection() noexcept : CkCriticalSection(4000) {}
+
     /// `spinCount` is the number of attempts before a thread sleeps; 0 sleeps at once.
-    explicit constexpr CkCriticalSection(unsigned int spinCount = 4000) noexcept : m_spinCount(spinCount) {}
+    explicit constexpr CkCriticalSection(unsigned int spinCount) noexcept : m_spinCount(spinCount) {}
     CkCriticalSection(const CkCriticalSection&) = delete;
     CkCriticalSection& operator=(const CkCriticalSection&) = delete;
 
@@ -55,7 +58,7 @@ public:
         // The other side, a thread about to sleep, first counts itself and then tries the owner once more; at least one
         // of the two sees the other.
         tarvo::kernel::storeLight(m_owner, ULONG{0});
-        if (m_waiterCount.load(std::memory_order_seq_cst) > 0)
+        if (m_waiters.load(std::memory_order_seq_cst) >= oneWaiter)
             wakeOne();
     }
 
@@ -64,11 +67,14 @@ public:
     /// Whether the thread with this id holds the section; says something lasting only about the calling thread.
     bool IsLocking(unsigned int threadId) const noexcept { return m_owner.load(std::memory_order_relaxed) == threadId; }
 
-    /// How many times the owner still has to leave. For the owner; other threads may see an old number.
+    /// How many times the owner still has to leave. For the owner alone, and while nobody uses the section.
     LONG GetRecursionCount() const noexcept { return m_recursionCount; }
 
 private:
     friend struct CkCriticalSectionPeer;
+
+    static constexpr LONG wakeOnItsWay = 1;
+    static constexpr LONG oneWaiter = 2;
 
     bool tryAcquire(ULONG threadId) noexcept
     {
@@ -97,12 +103,19 @@ private:
     /// Acquires by sleeping on the semaphore, which must exist.
     bool perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept;
 
+    enum class WaitStep
+    {
+        again,
+        acquired,
+        failed
+    };
+
+    /// One look at the owner and one sleep; the thread is counted as a waiter. `seen` is false where a `Leave` may not
+    /// see that.
+    WaitStep waitStep(ULONG threadId, DWORD start, unsigned int timeoutMs, bool seen) noexcept;
+
     bool spin(ULONG threadId) noexcept;
     bool ensureSemaphore() noexcept;
-
-    /// Puts the present semaphore in the place of one that the destructor closed; false when it did not.
-    bool replaceClosed(HANDLE& semaphore) noexcept;
-
     void enterSlow(ULONG threadId);
     void wakeOne();
     void closeSemaphore() noexcept;
@@ -110,8 +123,8 @@ private:
     std::atomic<ULONG> m_owner{0}; ///< Thread id of the owner, 0 while free.
     const unsigned int m_spinCount;
     std::atomic<HANDLE> m_semaphore{nullptr}; ///< Made by the first thread that must sleep.
-    std::atomic<LONG> m_waiterCount{0};       ///< Threads about to sleep or asleep that no `Leave` has chosen to wake.
-    LONG m_recursionCount = 0;                ///< The owner's alone.
+    std::atomic<LONG> m_waiters{0}; ///< `oneWaiter` for each thread in the sleeping phase, and `wakeOnItsWay`.
+    LONG m_recursionCount = 0;      ///< The owner's alone.
 };
 
 /// Holds a section from its construction to its end, or to `Leave`.

@@ -1,9 +1,10 @@
 #include <tarvo/core/cksingleton.h>
 
+#include <support/barrier.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
-#include <barrier>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -63,7 +64,7 @@ TEST(Singleton, a_failed_construction_is_tried_again)
 
 TEST(Singleton, threads_that_ask_at_once_get_one_instance)
 {
-    std::barrier start(4);
+    Barrier start(4);
     std::array<Contested*, 4> seen{};
     std::vector<std::thread> threads;
     for (Contested*& mine : seen)
@@ -71,7 +72,7 @@ TEST(Singleton, threads_that_ask_at_once_get_one_instance)
         threads.emplace_back(
             [&]
             {
-                start.arrive_and_wait();
+                start.Arrive();
                 mine = &Contested::GetInstance();
             });
     }

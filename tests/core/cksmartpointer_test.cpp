@@ -1,12 +1,12 @@
 #include <tarvo/core/cksmartpointer.h>
 #include <tarvo/core/ckweakpointer.h>
 
+#include <support/barrier.h>
 #include <support/sharedobject.h>
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <barrier>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -157,6 +157,30 @@ TEST(SmartPointer, is_empty_before_its_object_goes)
     EXPECT_TRUE(wasEmpty);
 }
 
+TEST(SmartPointer, a_class_may_have_operations_of_any_name)
+{
+    class Named : public CkReferenceCountedClass<Named, 0>
+    {
+    public:
+        explicit Named(int& living) : m_living(living) { ++m_living; }
+        ~Named() override { --m_living; }
+        void release() const noexcept {}
+        void GetReference() const noexcept {}
+        void tryAddReference() const noexcept {}
+        void detach() const noexcept {}
+
+    private:
+        int& m_living;
+    };
+    int living = 0;
+    {
+        const CkSmartPointer<Named> owner(new Named(living));
+        const CkWeakPointer<Named> weak(owner);
+        EXPECT_EQ(weak.Lock()->GetReferenceCount(), 2);
+    }
+    EXPECT_EQ(living, 0);
+}
+
 TEST(SmartPointer, an_objects_own_lock_is_the_derived_classs)
 {
     const CkSmartPointer<Base> object(new Base);
@@ -178,14 +202,14 @@ TEST(SmartPointer, objects_end_once_whoever_releases_last)
             share.push_back(object);
     }
     EXPECT_EQ(SharedObject::Living(), static_cast<int>(objectCount));
-    std::barrier start(threadCount);
+    Barrier start(threadCount);
     std::vector<std::thread> threads;
     for (auto& share : shares)
     {
         threads.emplace_back(
             [&start, &share]
             {
-                start.arrive_and_wait();
+                start.Arrive();
                 for (CkSmartPointer<SharedObject>& pointer : share)
                 {
                     const CkSmartPointer<SharedObject> copy = pointer;

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -83,6 +84,7 @@ TEST(BinaryStream, bytes_of_every_type_are_fixed)
         {"char", [](CkStreamWrite& s) { s << char(-1); }, {0xFF}},
         {"signed char", [](CkStreamWrite& s) { s << static_cast<signed char>(-56); }, {0xC8}},
         {"unsigned char", [](CkStreamWrite& s) { s << static_cast<unsigned char>(200); }, {0xC8}},
+        {"WCHAR", [](CkStreamWrite& s) { s << CK_T('\u0102'); }, {2, 1}},
         {"short", [](CkStreamWrite& s) { s << short{258}; }, {2, 1}},
         {"unsigned short", [](CkStreamWrite& s) { s << static_cast<unsigned short>(0xFFFE); }, {0xFE, 0xFF}},
         {"int", [](CkStreamWrite& s) { s << -2; }, {0xFE, 0xFF, 0xFF, 0xFF}},
@@ -123,6 +125,22 @@ TEST(BinaryStream, derived_streams_write_every_type_at_its_own_width)
                   !Writes<MemoryWriter, const char*> && !Writes<MemoryWriter, std::nullptr_t> &&
                   !Writes<MemoryWriter, void (*)()> && !Writes<MemoryWriter, int MemoryReader::*>);
     static_assert(Writes<MemoryWriter, WCHAR*> && Writes<MemoryWriter, unsigned short*>);
+    const auto lambda = [] {};
+    struct TextLike
+    {
+        operator const char*() const { return ""; }
+    };
+    struct NumberLike
+    {
+        operator LONG() const { return 5; }
+    };
+    enum Enumeration : LONG
+    {
+    };
+    static_assert(!Writes<MemoryWriter, volatile WCHAR*> && !Writes<MemoryWriter, decltype(lambda)> &&
+                  !Writes<MemoryWriter, TextLike> && !Writes<MemoryWriter, char32_t> && !Writes<MemoryWriter, char8_t>);
+    static_assert(Writes<MemoryWriter, NumberLike> && Writes<MemoryWriter, std::atomic<ULONG>&> &&
+                  Writes<MemoryWriter, Enumeration> && Writes<MemoryWriter, CkStreamWriteASCIIString&>);
     static_assert(Writes<MemoryWriter, long> == (sizeof(long) == 4));
     static_assert(Reads<MemoryReader, unsigned long> == (sizeof(long) == 4));
 }
@@ -134,6 +152,7 @@ TEST(BinaryStream, values_come_back_as_they_went)
     EXPECT_EQ(roundTrip(std::numeric_limits<signed char>::min()), std::numeric_limits<signed char>::min());
     EXPECT_EQ(roundTrip(static_cast<unsigned char>(200)), 200);
     EXPECT_EQ(roundTrip(char(-1)), char(-1));
+    EXPECT_EQ(roundTrip(CK_T('\uFFFE')), CK_T('\uFFFE'));
     EXPECT_EQ(roundTrip(std::numeric_limits<short>::min()), std::numeric_limits<short>::min());
     EXPECT_EQ(roundTrip(static_cast<unsigned short>(0xFFFF)), 0xFFFF);
     EXPECT_EQ(roundTrip(std::numeric_limits<int>::min()), std::numeric_limits<int>::min());
@@ -259,7 +278,7 @@ TEST(BinaryStream, every_truncation_raises_and_leaves_texts_and_truth_values_alo
         {
             MemoryReader reader(Bytes(row.bytes.begin(), row.bytes.begin() + static_cast<std::ptrdiff_t>(length)));
             EXPECT_THROW(row.read(reader), CkExceptionStream) << length << " of " << row.bytes.size();
-            EXPECT_EQ(reader.ReadBuffer(&length, 0), 0u);
+            EXPECT_EQ(reader.Rest(), 0u);
         }
         MemoryReader whole(row.bytes);
         EXPECT_NO_THROW(row.read(whole));

@@ -43,6 +43,7 @@ TEST(TextStream, text_of_every_type_is_fixed)
         {[](CkStreamWrite& s) { s << static_cast<unsigned char>(200); }, CK_T("200")},
         {[](CkStreamWrite& s) { s << static_cast<signed char>(-56); }, CK_T("-56")},
         {[](CkStreamWrite& s) { s << char(-1); }, CK_T("255")},
+        {[](CkStreamWrite& s) { s << CK_T('A'); }, CK_T("65")},
         {[](CkStreamWrite& s) { s << short{-32768}; }, CK_T("-32768")},
         {[](CkStreamWrite& s) { s << static_cast<unsigned short>(65535); }, CK_T("65535")},
         {[](CkStreamWrite& s) { s << INT_MIN; }, CK_T("-2147483648")},
@@ -123,6 +124,18 @@ TEST(StringStream, integers_of_every_length_are_appended_whole)
             check(static_cast<int>(value));
         }
     }
+}
+
+TEST(StringStream, a_derived_class_sees_every_piece)
+{
+    class Shouting : public CkStreamWriteASCIIString
+    {
+    protected:
+        CkStreamWrite& write(const CString& text) override { return CkStreamWriteASCIIString::write(text + CK_T("!")); }
+    };
+    Shouting stream;
+    stream << 1 << 2.5 << true << CK_T("x");
+    EXPECT_EQ(*stream, CK_T("1!2.500000!true!x!"));
 }
 
 TEST(StringStream, collects_empties_and_doubles_its_text)

@@ -2,13 +2,13 @@
 #include <tarvo/core/cksmartpointer.h>
 #include <tarvo/threads/ckcriticalsection.h>
 
+#include <support/barrier.h>
 #include <support/printers.h>
 #include <support/reports.h>
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <barrier>
 #include <chrono>
 #include <memory>
 #include <new>
@@ -20,20 +20,12 @@ struct CkCriticalSectionPeer
     CkCriticalSection& section;
 
     bool HasSemaphore() const { return section.m_semaphore.load() != nullptr; }
-    LONG Waiters() const { return section.m_waiterCount.load(); }
+    LONG Waiters() const { return section.m_waiters.load() / CkCriticalSection::oneWaiter; }
     bool Lock(bool& acquired, unsigned int timeoutMs) { return section.lock(acquired, timeoutMs); }
     bool PerfLock(unsigned int timeoutMs) { return section.perfLock(GetCurrentThreadId(), timeoutMs); }
     bool PerfLockKernel(unsigned int timeoutMs) { return section.perfLockKernel(GetCurrentThreadId(), timeoutMs); }
     void SetSemaphore(HANDLE handle) { section.m_semaphore.store(handle); }
-    /// Threads still counted as waiting. A wake-up that met nobody has taken one off in advance and stays in the semaphore.
-    LONG CountedThreads()
-    {
-        LONG units = 0;
-        while (HasSemaphore() && WaitForSingleObject(section.m_semaphore.load(), 0) == WAIT_OBJECT_0)
-            ++units;
-        return section.m_waiterCount += units;
-    }
-    void AddWaiter() { ++section.m_waiterCount; }
+    void AddWaiter() { section.m_waiters += CkCriticalSection::oneWaiter; }
     void SetFree() { section.m_owner.store(0); }
 };
 
@@ -48,11 +40,11 @@ public:
               [this, &section]
               {
                   const CkCriticalSectionAuto guard(section);
-                  m_barrier.arrive_and_wait();
-                  m_barrier.arrive_and_wait();
+                  m_barrier.Arrive();
+                  m_barrier.Arrive();
               })
     {
-        m_barrier.arrive_and_wait();
+        m_barrier.Arrive();
     }
 
     ~Holder()
@@ -63,26 +55,26 @@ public:
 
     void Release()
     {
-        m_barrier.arrive_and_wait();
+        m_barrier.Arrive();
         m_thread.join();
     }
 
 private:
-    std::barrier<> m_barrier{2};
+    Barrier m_barrier{2};
     std::thread m_thread;
 };
 
 template <class Action>
 void onThreads(int count, Action action)
 {
-    std::barrier start(count);
+    Barrier start(count);
     std::vector<std::thread> threads;
     for (int i = 0; i < count; ++i)
     {
         threads.emplace_back(
             [&start, &action, i]
             {
-                start.arrive_and_wait();
+                start.Arrive();
                 action(i);
             });
     }
@@ -173,7 +165,7 @@ TEST(CriticalSection, timed_waits_end_not_before_their_time_and_leave_no_waiter)
     holder.Release();
     waiter.join();
     EXPECT_TRUE(acquired);
-    EXPECT_EQ(peer.CountedThreads(), 0);
+    EXPECT_EQ(peer.Waiters(), 0);
 }
 
 TEST(CriticalSection, excludes_under_contention_and_loses_no_wake_up)
@@ -203,7 +195,7 @@ TEST(CriticalSection, excludes_under_contention_and_loses_no_wake_up)
                   });
         EXPECT_EQ(guarded[0], row.threads * row.rounds);
         EXPECT_EQ(guarded[1], row.threads * row.rounds);
-        EXPECT_EQ(CkCriticalSectionPeer{section}.CountedThreads(), 0);
+        EXPECT_EQ(CkCriticalSectionPeer{section}.Waiters(), 0);
         EXPECT_TRUE(section.TryEnter());
         section.Leave();
     }
@@ -240,7 +232,7 @@ TEST(CriticalSection, waiters_that_give_up_take_nobodys_wake_up_along)
               });
     expected = 2 * rounds + acquiredByTimed;
     EXPECT_EQ(guarded, expected);
-    EXPECT_EQ(peer.CountedThreads(), 0);
+    EXPECT_EQ(peer.Waiters(), 0);
 }
 
 TEST(CriticalSection, first_contentions_of_many_sections_at_once_leave_one_semaphore_each)
@@ -377,6 +369,50 @@ TEST(CriticalSection, one_of_static_lifetime_may_be_used_after_its_end)
         section->~CkCriticalSection();
         EXPECT_FALSE(CkCriticalSectionPeer{*section}.HasSemaphore());
     }
+}
+
+TEST(CriticalSection, ends_under_its_users_and_strands_none)
+{
+    alignas(CkCriticalSection) static std::byte storage[sizeof(CkCriticalSection)];
+    auto* const section = new (storage) CkCriticalSection(0);
+    constexpr int users = 3;
+    std::atomic<int> busy{users};
+    std::array<int, 1> guarded{};
+    onThreads(users + 1,
+              [&](int index)
+              {
+                  if (index == users)
+                  {
+                      while (busy != 0)
+                          section->~CkCriticalSection();
+                      return;
+                  }
+                  for (int i = 0; i < 3000; ++i)
+                  {
+                      const CkCriticalSectionAuto guard(*section);
+                      if (i % 16 == 0)
+                          std::this_thread::yield();
+                      ++guarded[0];
+                  }
+                  --busy;
+              });
+    EXPECT_EQ(guarded[0], users * 3000);
+    section->~CkCriticalSection();
+}
+
+TEST(CriticalSection, is_a_member_of_aggregates)
+{
+    struct Aggregate
+    {
+        CkCriticalSection section;
+        int value;
+    };
+    Aggregate aggregate{};
+    CkCriticalSection several[2] = {};
+    const CkCriticalSectionAuto first(aggregate.section);
+    const CkCriticalSectionAuto second(several[1]);
+    EXPECT_EQ(several[1].GetRecursionCount(), 1);
+    EXPECT_EQ(aggregate.value, 0);
 }
 
 TEST(CriticalSectionSingleton, is_one_section_for_all_threads)

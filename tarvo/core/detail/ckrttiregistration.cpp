@@ -21,21 +21,23 @@ Registry*& registry()
     {
         ~Owner()
         {
-            const CkCriticalSectionAuto guard(g_lock.object);
-            delete std::exchange(instance, nullptr);
+            // Nobody else is inside the library when it is unloaded, so the lock, which might fail, is not needed.
+            if (!tarvo::detail::isLeftToProcess())
+                delete std::exchange(instance, nullptr);
         }
     } owner;
     return instance;
 }
 } // namespace
 
-void CkRTTIRegistration::Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone)
+void CkRTTIRegistration::Register(const CString& name, const CkRTTI& record, CkRTTI::CreateFunction create,
+                                  CkRTTI::CloneFunction clone)
 {
     const CkCriticalSectionAuto guard(g_lock.object);
     Registry*& classes = registry();
     if (classes == nullptr)
         classes = new Registry;
-    (*classes)[record.GetName()] = {&record, create, clone};
+    (*classes)[name] = {&record, create, clone};
 }
 
 CkRTTIRegistration::SRegistration CkRTTIRegistration::Find(const CString& name)

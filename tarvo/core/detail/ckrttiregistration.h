@@ -5,8 +5,7 @@
 /// The registered classes: for each name the latest record, with the functions that make objects of the class.
 ///
 /// Threads: both operations may be called from any thread. Takes a lock of its own and no other meanwhile.
-/// Lifetime: made by the first registration, destroyed at unload after the library's records; afterwards every name is
-/// unknown.
+/// Lifetime: made by the first registration, destroyed after the library's records when the library is unloaded.
 class CkRTTIRegistration
 {
 public:
@@ -17,7 +16,8 @@ public:
         CkRTTI::CloneFunction clone = nullptr;
     };
 
-    static void Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone);
+    static void Register(const CString& name, const CkRTTI& record, CkRTTI::CreateFunction create,
+                         CkRTTI::CloneFunction clone);
 
     /// What is registered under `name`; all null when there is nothing.
     static SRegistration Find(const CString& name);

@@ -11,7 +11,6 @@ constinit std::atomic<ReportSink> g_sink{nullptr};
 
 void reportException(const CString& fileName, unsigned int codeLine, const CkRTTI& rtti)
 {
-    // Without a receiver the record is not touched: late in an unload it may be gone.
     if (const ReportSink sink = g_sink.load(std::memory_order_acquire))
         sink(fileName, codeLine, rtti.GetName());
 }

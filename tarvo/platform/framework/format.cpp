@@ -320,6 +320,8 @@ private:
         case CK_T('S'): text(field, field.size != Size::dword); return true;
         case CK_T('p'): address(field); return true;
         case CK_T('%'): appendText(CK_T("%")); return true;
+        case CK_T('a'):
+        case CK_T('A'): m_arguments.nextDouble(); return false;
         default: return false;
         }
     }

@@ -17,7 +17,7 @@ namespace tarvo::framework
 ///
 /// Narrow text is converted by `CString::FromNarrow`; its precision counts bytes. Null text is "(null)". Infinities and
 /// not-a-number are "inf" and "nan", "-inf" and "-nan" with the sign bit, and upper case for `F E G`. A conversion that
-/// is none of these appears as it stands and takes no argument.
+/// is none of these appears as it stands and takes no argument; only `a` and `A` take their double.
 ///
 /// Failure: throws `CMemoryException*` when memory is exhausted or `out` would become longer than a text may be; `out`
 /// then ends with a part of the text.

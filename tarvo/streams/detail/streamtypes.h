@@ -1,5 +1,6 @@
 #pragma once
 
+#include <tarvo/platform/framework/cstring.h>
 #include <tarvo/platform/kernel/kernel.h>
 
 #include <concepts>
@@ -7,23 +8,36 @@
 
 namespace tarvo::detail
 {
-/// C++'s own long types where they are as wide as the interface's, and where they are not.
-template <class T>
-concept PlainLong = std::same_as<T, long> || std::same_as<T, unsigned long>;
+/// Stands for C++'s own long where that has not the interface's 32 bits; there is no value of it.
+template <class Int>
+class NoLong
+{
+public:
+    NoLong() = delete;
+    operator Int() const noexcept;
+};
+
+using Long32 = std::conditional_t<sizeof(long) == 4, long, NoLong<int>>;
+using ULong32 = std::conditional_t<sizeof(long) == 4, unsigned long, NoLong<unsigned int>>;
 
 template <class T>
-concept Long32 = PlainLong<T> && sizeof(T) == 4;
+concept Long64 = (std::same_as<T, long> || std::same_as<T, unsigned long>)&&sizeof(T) == 8;
+
+/// Characters other than the two that a stream takes, `char` and `WCHAR`.
+template <class T>
+concept OtherCharacter = !std::same_as<T, WCHAR> && (std::same_as<T, wchar_t> || std::same_as<T, char8_t> ||
+                                                     std::same_as<T, char16_t> || std::same_as<T, char32_t>);
 
 template <class T>
-concept Long64 = PlainLong<T> && sizeof(T) == 8;
+concept TextUnit = std::same_as<T, WCHAR> || std::same_as<T, unsigned short>;
 
 /// Pointers that would silently turn into a truth value: all but those to wide text.
 template <class T>
 concept PointerButNotText = std::is_null_pointer_v<T> || std::is_member_pointer_v<T> ||
-                            (std::is_pointer_v<T> && !std::same_as<std::remove_cv_t<std::remove_pointer_t<T>>, WCHAR> &&
-                             !std::same_as<std::remove_cv_t<std::remove_pointer_t<T>>, unsigned short>);
+                            (std::is_pointer_v<T> && !TextUnit<std::remove_const_t<std::remove_pointer_t<T>>>);
 
-/// The 32-bit type of the streams that stands for a long type.
-template <PlainLong T>
-using LongAsInt = std::conditional_t<std::is_signed_v<T>, int, unsigned int>;
+/// Objects that turn into a pointer, and that into a truth value. What is itself true or false is also a number.
+template <class T>
+concept ConvertsToPointer = std::is_class_v<T> && std::convertible_to<const T&, bool> &&
+                            !std::convertible_to<const T&, double> && !std::convertible_to<const T&, CString>;
 } // namespace tarvo::detail

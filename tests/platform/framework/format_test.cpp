@@ -1,6 +1,7 @@
 #include <tarvo/platform/framework/format.h>
 #include <tarvo/platform/framework/numbertext.h>
 
+#include <support/locale.h>
 #include <support/printers.h>
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <bit>
 #include <cfloat>
 #include <climits>
-#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -258,19 +258,18 @@ TEST(Format, arguments_may_point_into_the_text_they_replace)
 
 TEST(Format, result_is_the_same_in_every_locale)
 {
-    const std::string before = std::setlocale(LC_ALL, nullptr);
-    bool found = false;
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "German_Germany", "German"})
-        found = found || std::setlocale(LC_ALL, name) != nullptr;
-    const CString text = formatted(CK_T("%f %.1e %g %d"), 1234567.5, 0.25, 0.5, 1234567);
-    const CString number = textOf(NumberText(0.5));
-    const CString lower = CString(CK_T("\u00C4I\u0130")).MakeLower();
-    std::setlocale(LC_ALL, before.c_str());
-    if (!found)
-        GTEST_SKIP() << "no locale with a decimal comma is installed";
-    EXPECT_EQ(text, CK_T("1234567.500000 2.5e-01 0.5 1234567"));
-    EXPECT_EQ(number, CK_T("0.500000"));
-    EXPECT_EQ(lower, CK_T("\u00E4ii"));
+    const CommaLocale locale;
+    ASSERT_TRUE(locale.IsSet()) << "there is no locale with a decimal comma";
+    EXPECT_EQ(formatted(CK_T("%f %.1e %g %d"), 1234567.5, 0.25, 0.5, 1234567),
+              CK_T("1234567.500000 2.5e-01 0.5 1234567"));
+    EXPECT_EQ(textOf(NumberText(0.5)), CK_T("0.500000"));
+    EXPECT_EQ(textOf(NumberText(1e20)), CK_T("100000000000000000000.000000"));
+    EXPECT_EQ(CString(CK_T("\u00C4I\u0130")).MakeLower(), CK_T("\u00E4ii"));
+}
+
+TEST(Format, an_unknown_conversion_shifts_no_argument_that_it_may_have)
+{
+    EXPECT_EQ(formatted(CK_T("%a|%y|%d"), 1.0, 7), CK_T("%a|%y|7"));
 }
 
 TEST(NumberText, is_what_the_format_of_the_same_type_gives)

@@ -1,5 +1,7 @@
 #include <tarvo/platform/kernel/asymmetricbarrier.h>
 
+#include <tarvo/platform/kernel/linux/futex.h>
+
 #if TARVO_ASYMMETRIC_BARRIER
 
 #    include <linux/membarrier.h>
@@ -14,6 +16,7 @@ namespace
 {
 bool membarrier(int command) noexcept
 {
+    const KeepErrno keep;
     return syscall(SYS_membarrier, command, 0, 0) == 0;
 }
 

@@ -14,6 +14,14 @@
 // The interface says `unsigned __int64` too, which a type alias cannot give.
 #define __int64 long long
 
+// Macros, as other libraries define them too.
+#if !defined(FALSE)
+#    define FALSE 0
+#endif
+#if !defined(TRUE)
+#    define TRUE 1
+#endif
+
 using BOOL = int;
 using BYTE = unsigned char;
 using WORD = unsigned short;
@@ -32,8 +40,6 @@ using LPCVOID = const void*;
 using HANDLE = void*;
 using HLOCAL = void*;
 
-inline constexpr BOOL FALSE = 0;
-inline constexpr BOOL TRUE = 1;
 inline constexpr DWORD INFINITE = 0xFFFFFFFFu;
 
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
@@ -56,8 +62,7 @@ struct SECURITY_ATTRIBUTES;
 namespace tarvo::kernel
 {
 /// The id of the running thread once it has asked for it, else 0. Initial-exec: two instructions to read, also from
-/// clients. A child made by `fork` keeps the value: it is unique there as well, and a section held across the fork stays
-/// the child's.
+/// clients. In a child made by `fork` the thread keeps its id, so that a section held across the fork stays its own.
 extern constinit thread_local DWORD t_threadId TARVO_API __attribute__((tls_model("initial-exec")));
 
 /// Asks the kernel for the id of the running thread and keeps it.

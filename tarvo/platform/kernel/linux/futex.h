@@ -13,10 +13,24 @@
 
 namespace tarvo::kernel
 {
+/// Keeps `errno` as the caller left it: nobody expects a lock to change it.
+class KeepErrno
+{
+public:
+    KeepErrno() = default;
+    KeepErrno(const KeepErrno&) = delete;
+    KeepErrno& operator=(const KeepErrno&) = delete;
+    ~KeepErrno() { errno = m_errno; }
+
+private:
+    const int m_errno = errno;
+};
+
 /// Sleeps while `word` holds `expected`, until a wake-up or the monotonic `deadline` (null: without limit). Returns
 /// false when the deadline has passed; true says only that the word is worth another look.
 inline bool futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, const timespec* deadline) noexcept
 {
+    const KeepErrno keep;
     const long result =
         syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline, nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 || errno != ETIMEDOUT;
@@ -26,6 +40,7 @@ inline bool futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, 
 /// who then looks at a word of its own again.
 inline void futexWake(std::atomic<std::uint32_t>* word, int count) noexcept
 {
+    const KeepErrno keep;
     syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
 }
 

@@ -30,8 +30,8 @@ struct Slot
     std::atomic_ref<std::uint64_t> Word() noexcept { return std::atomic_ref(word); }
 };
 
-/// All handles of the process. Pages that are never touched cost nothing, and unloading the library takes the table
-/// along, so it needs neither growth nor tear-down.
+/// All handles of the process. Pages that are never touched take no memory (unless the process locks all it has), and
+/// unloading the library takes the table along, so it needs neither growth nor tear-down.
 Slot g_slots[slotCount];
 
 constinit FutexLock g_freeLock;

@@ -43,8 +43,7 @@ public:
 
     Kind GetKind() const noexcept { return m_kind; }
 
-    /// One more handle refers to the object, or one less; the last one destroys it.
-    void AddReference() noexcept { m_references.fetch_add(1, std::memory_order_relaxed); }
+    /// One handle less refers to the object; the last one destroys it.
     void Release() noexcept;
 
     /// Waits until a signal is there and takes it; false when the time is up.

@@ -16,24 +16,23 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES*, LONG initialCount, LONG maximumCou
     std::unique_ptr<Semaphore> semaphore(new (std::nothrow) Semaphore(static_cast<std::uint32_t>(initialCount),
                                                                       static_cast<std::uint32_t>(maximumCount)));
     const HANDLE handle = semaphore ? tarvo::kernel::openHandle(semaphore.get()) : nullptr;
-    if (handle == nullptr)
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    else
+    SetLastError(handle != nullptr ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
+    if (handle != nullptr)
         semaphore.release();
     return handle;
 }
 
 BOOL ReleaseSemaphore(HANDLE handle, LONG count, LONG* previousCount) noexcept
 {
-    const HandlePin pin(handle);
-    Semaphore* const semaphore = pin.As<Semaphore>();
-    if (semaphore == nullptr)
-        return FALSE;
     if (count < 1)
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    const HandlePin pin(handle);
+    Semaphore* const semaphore = pin.As<Semaphore>();
+    if (semaphore == nullptr)
+        return FALSE;
     std::uint32_t previous = 0;
     if (!semaphore->Post(static_cast<std::uint32_t>(count), previous))
     {

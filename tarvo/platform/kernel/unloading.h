@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tarvo::kernel
+{
+/// For destructors of the library's static objects: whether they run because the process ends, and not because the
+/// library alone is unloaded.
+bool isProcessEnding() noexcept;
+} // namespace tarvo::kernel

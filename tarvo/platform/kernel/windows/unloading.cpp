@@ -1,0 +1,9 @@
+#include <tarvo/platform/kernel/kernel.h>
+#include <tarvo/platform/kernel/unloading.h>
+
+extern "C" __declspec(dllimport) BOOLEAN __stdcall RtlDllShutdownInProgress();
+
+bool tarvo::kernel::isProcessEnding() noexcept
+{
+    return RtlDllShutdownInProgress() != FALSE;
+}
