@@ -31,7 +31,12 @@ bool CkCriticalSection::lock(bool& acquired, unsigned int timeoutMs) noexcept
 
 bool CkCriticalSection::perfLock(ULONG threadId, unsigned int timeoutMs) noexcept
 {
-    return spin(threadId) || (ensureSemaphore() && perfLockKernel(threadId, timeoutMs));
+    return spin(threadId) || (ensureSemaphore() && sleepUntilAcquired(threadId, timeoutMs));
+}
+
+bool CkCriticalSection::perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept
+{
+    return m_semaphore.load(std::memory_order_relaxed) != nullptr && sleepUntilAcquired(threadId, timeoutMs);
 }
 
 bool CkCriticalSection::spin(ULONG threadId) noexcept
@@ -58,10 +63,8 @@ bool CkCriticalSection::ensureSemaphore() noexcept
     return true;
 }
 
-bool CkCriticalSection::perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept
+bool CkCriticalSection::sleepUntilAcquired(ULONG threadId, unsigned int timeoutMs) noexcept
 {
-    if (m_semaphore.load(std::memory_order_relaxed) == nullptr)
-        return false;
     const DWORD start = GetTickCount();
     m_waiters.fetch_add(oneWaiter, std::memory_order_seq_cst);
     // From here on a `Leave` that this thread does not see sees this thread; once is enough.

@@ -103,6 +103,8 @@ private:
     /// Acquires by sleeping on the semaphore, which must exist.
     bool perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept;
 
+    bool sleepUntilAcquired(ULONG threadId, unsigned int timeoutMs) noexcept;
+
     enum class WaitStep
     {
         again,

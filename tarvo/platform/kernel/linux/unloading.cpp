@@ -1,19 +1,31 @@
 #include <tarvo/platform/kernel/unloading.h>
 
+#include <cstdint>
+#include <cstring>
+#include <dlfcn.h>
+#include <unwind.h>
+
 namespace
 {
-bool g_unloading = false;
-
-/// Termination functions run in the reverse order of their linking, so this one comes before the one, linked from the
-/// compiler's start files, that destroys the static objects of a library that is being unloaded. At the end of the
-/// process, however, static objects are destroyed by `exit`, before any termination function runs.
-__attribute__((destructor)) void noteUnloading() noexcept
+/// Ends the walk over the callers at a call of dlclose.
+_Unwind_Reason_Code findUnloading(_Unwind_Context* caller, void* found) noexcept
 {
-    g_unloading = true;
+    // The address of a call, not of what follows it: that may be another function.
+    auto* const call = reinterpret_cast<void*>(static_cast<std::uintptr_t>(_Unwind_GetIP(caller)) - 1);
+    Dl_info function;
+    if (dladdr(call, &function) == 0 || function.dli_sname == nullptr ||
+        std::strcmp(function.dli_sname, "dlclose") != 0)
+        return _URC_NO_REASON;
+    *static_cast<bool*>(found) = true;
+    return _URC_END_OF_STACK;
 }
 } // namespace
 
+// The C library tells nowhere why it destroys the objects of a library, and the order of things is the same in both cases
+// for one that the program was linked to. But who calls is different.
 bool tarvo::kernel::isProcessEnding() noexcept
 {
-    return !g_unloading;
+    bool unloading = false;
+    _Unwind_Backtrace(&findUnloading, &unloading);
+    return !unloading;
 }
