@@ -132,7 +132,7 @@ CkStreamWrite& CkStreamWriteASCIIString::appendNumber(T value)
 {
     if (&typeid(*this) != &typeid(CkStreamWriteASCIIString))
         return CkStreamWriteASCII::operator<<(value);
-    m_text.AppendNumber(widened(value));
+    m_text.appendNumber(widened(value));
     return *this;
 }
 

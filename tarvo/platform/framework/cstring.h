@@ -132,13 +132,6 @@ public:
     void Append(const WCHAR* text, int length) { append(viewOf(text, length)); }
     void AppendChar(WCHAR unit) { append({&unit, 1}); }
 
-    /// Append the number in decimal, a double in fixed notation with six decimals: the text of a text stream.
-    void AppendNumber(int value);
-    void AppendNumber(unsigned int value);
-    void AppendNumber(long long value);
-    void AppendNumber(unsigned long long value);
-    void AppendNumber(double value);
-
     /// Replaces the text, in the memory that it has where that is enough; arguments as for `Append`.
     void SetString(const WCHAR* text, int length) { assign(viewOf(text, length)); }
 
@@ -224,6 +217,14 @@ private:
     explicit CString(TextView text);
     void append(TextView text);
     void assign(TextView text);
+
+    // The text streams' numbers, written in place: see NumberText, which is the same text aside.
+    friend class CkStreamWriteASCIIString;
+    TARVO_HIDDEN void appendNumber(int value);
+    TARVO_HIDDEN void appendNumber(unsigned int value);
+    TARVO_HIDDEN void appendNumber(long long value);
+    TARVO_HIDDEN void appendNumber(unsigned long long value);
+    TARVO_HIDDEN void appendNumber(double value);
 
     TextBuffer m_text;
 };

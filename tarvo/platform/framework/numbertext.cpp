@@ -46,6 +46,12 @@ void putFour(WCHAR* out, std::uint32_t four) noexcept
     putPair(out + 2, four % 100);
 }
 
+void putEight(WCHAR* out, std::uint32_t eight) noexcept
+{
+    putFour(out, eight / 10000);
+    putFour(out + 4, eight % 10000);
+}
+
 /// Digits of a number. The logarithm is estimated from the bits: 1233 / 4096 is just above log10(2). 0 counts as 1, and no
 /// other number moves past a power of ten by becoming odd.
 int countDigits(std::uint64_t value) noexcept
@@ -71,16 +77,19 @@ inline void putDigits(WCHAR* end, std::uint32_t value) noexcept
         end[-1] = static_cast<WCHAR>(CK_T('0') + value);
 }
 
-void putDigits(WCHAR* end, std::uint64_t value) noexcept
+// Eight digits at a time, each group from the whole value: so no group waits for the one before.
+inline void putDigits(WCHAR* end, std::uint64_t value) noexcept
 {
-    for (; value > UINT32_MAX; value /= 100'000'000)
-    {
-        const auto eight = static_cast<std::uint32_t>(value % 100'000'000);
-        end -= 8;
-        putFour(end, eight / 10000);
-        putFour(end + 4, eight % 10000);
-    }
-    putDigits(end, static_cast<std::uint32_t>(value));
+    constexpr std::uint64_t group = 100'000'000;
+    if (value < group)
+        return putDigits(end, static_cast<std::uint32_t>(value));
+    const std::uint64_t upper = value / group;
+    putEight(end - 8, static_cast<std::uint32_t>(value - upper * group));
+    if (upper < group)
+        return putDigits(end - 8, static_cast<std::uint32_t>(upper));
+    const std::uint64_t top = value / (group * group);
+    putEight(end - 16, static_cast<std::uint32_t>(upper - top * group));
+    putDigits(end - 16, static_cast<std::uint32_t>(top));
 }
 
 template <class Magnitude>
@@ -204,27 +213,27 @@ NumberText::NumberText(const void* address) noexcept : m_length(2 * sizeof addre
 }
 } // namespace tarvo::framework
 
-void CString::AppendNumber(int value)
+void CString::appendNumber(int value)
 {
     tarvo::framework::appendShort(m_text, value);
 }
 
-void CString::AppendNumber(unsigned int value)
+void CString::appendNumber(unsigned int value)
 {
     tarvo::framework::appendShort(m_text, value);
 }
 
-void CString::AppendNumber(long long value)
+void CString::appendNumber(long long value)
 {
     tarvo::framework::appendShort(m_text, value);
 }
 
-void CString::AppendNumber(unsigned long long value)
+void CString::appendNumber(unsigned long long value)
 {
     tarvo::framework::appendShort(m_text, value);
 }
 
-void CString::AppendNumber(double value)
+void CString::appendNumber(double value)
 {
     if (tarvo::framework::appendShort(m_text, value) != 0)
         return;

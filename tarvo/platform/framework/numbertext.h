@@ -7,7 +7,7 @@
 
 namespace tarvo::framework
 {
-/// A number as text, made on the stack; `CString::AppendNumber` makes the same text in its place.
+/// A number as text, made on the stack.
 class TARVO_API NumberText
 {
 public:
