@@ -13,9 +13,17 @@ CkRTTI::CkRTTI(const CString& name, std::initializer_list<const CkRTTI*> bases, 
         m_bases[0] = reinterpret_cast<const CkRTTI*>(bases.size());
         std::ranges::copy(bases, &m_bases[1]);
     }
-    CString copy(name);
-    CkRTTIRegistration::Register(name, *this, create, clone);
-    m_name.object.swap(copy);
+    // Complete before others can find it.
+    m_name.object = name;
+    try
+    {
+        CkRTTIRegistration::Register(*this, create, clone);
+    }
+    catch (...)
+    {
+        forgetName();
+        throw;
+    }
 }
 
 CkRTTI::CkRTTI(const CString& name, CreateFunction create, CloneFunction clone) : CkRTTI(name, {}, create, clone) {}
@@ -40,7 +48,12 @@ CkRTTI::CkRTTI(const CString& name, const CkRTTI& base1, const CkRTTI& base2, co
 CkRTTI::~CkRTTI()
 {
     if (!tarvo::detail::isLeftToProcess())
-        CString().swap(m_name.object);
+        forgetName();
+}
+
+void CkRTTI::forgetName() noexcept
+{
+    CString().swap(m_name.object);
 }
 
 bool CkRTTI::isKindOfFurtherBase(const CkRTTI& rtti) const noexcept

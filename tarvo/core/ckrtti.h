@@ -77,6 +77,7 @@ private:
     std::size_t countBases() const noexcept { return reinterpret_cast<std::size_t>(m_bases[0]); }
     bool hasSeveralBases() const noexcept { return countBases() > 1; }
     bool isKindOfFurtherBase(const CkRTTI& rtti) const noexcept;
+    void forgetName() noexcept;
 
     const CkRTTI** m_bases = nullptr;       ///< `m_table`, or null without bases.
     std::array<const CkRTTI*, 4> m_table{}; ///< In the record: no heap to outlive, and none to fail.

@@ -1,6 +1,5 @@
 #include <tarvo/library/unloadsequence.h>
 
-#include <tarvo/core/ckexception.h>
 #include <tarvo/platform/kernel/unloading.h>
 #include <tarvo/threads/ckcriticalsection.h>
 
@@ -30,7 +29,7 @@ try
     }
     return nullptr;
 }
-catch (const CkException&)
+catch (...)
 {
     return nullptr;
 }

@@ -3,7 +3,7 @@
 #include <tarvo/config.h>
 #include <tarvo/core/ckrtti.h>
 #include <tarvo/platform/framework/cstring.h>
-#include <tarvo/streams/detail/streamtypes.h>
+#include <tarvo/streams/ckstreamtypes.h>
 
 /// Gives back, in the same order, the values that a CkStreamWrite took.
 ///
@@ -62,7 +62,7 @@ private:
     template <class Stored, class T>
     CkStreamRead& readAs(T& value)
     {
-        if constexpr (std::is_integral_v<T>)
+        if constexpr (std::is_integral_v<T>) // there is no `NoLong` to read
         {
             Stored read = 0;
             *this >> read;

@@ -3,7 +3,7 @@
 #include <tarvo/config.h>
 #include <tarvo/core/ckrtti.h>
 #include <tarvo/platform/framework/cstring.h>
-#include <tarvo/streams/detail/streamtypes.h>
+#include <tarvo/streams/ckstreamtypes.h>
 
 /// Takes values one by one; the concrete stream decides what becomes of them.
 ///

@@ -30,14 +30,13 @@ Registry*& registry()
 }
 } // namespace
 
-void CkRTTIRegistration::Register(const CString& name, const CkRTTI& record, CkRTTI::CreateFunction create,
-                                  CkRTTI::CloneFunction clone)
+void CkRTTIRegistration::Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone)
 {
     const CkCriticalSectionAuto guard(g_lock.object);
     Registry*& classes = registry();
     if (classes == nullptr)
         classes = new Registry;
-    (*classes)[name] = {&record, create, clone};
+    (*classes)[record.GetName()] = {&record, create, clone};
 }
 
 CkRTTIRegistration::SRegistration CkRTTIRegistration::Find(const CString& name)

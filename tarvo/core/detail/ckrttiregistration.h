@@ -16,8 +16,7 @@ public:
         CkRTTI::CloneFunction clone = nullptr;
     };
 
-    static void Register(const CString& name, const CkRTTI& record, CkRTTI::CreateFunction create,
-                         CkRTTI::CloneFunction clone);
+    static void Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone);
 
     /// What is registered under `name`; all null when there is nothing.
     static SRegistration Find(const CString& name);
