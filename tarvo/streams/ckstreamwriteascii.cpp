@@ -32,6 +32,12 @@ const CkRTTI& CkStreamWriteASCII::GetRTTI() const
 template <class T>
 CkStreamWrite& CkStreamWriteASCII::writeNumber(T value)
 {
+    // Exactly this class: one that derives from it may want to see every piece in its `write`.
+    if (&typeid(*this) == &typeid(CkStreamWriteASCIIString))
+    {
+        static_cast<CkStreamWriteASCIIString*>(this)->m_text.appendNumber(widened(value));
+        return *this;
+    }
     const NumberText text(widened(value));
     return write(CString(text.Text(), text.Length()));
 }
@@ -125,65 +131,6 @@ CkStreamWrite& CkStreamWriteASCIIString::write(const CString& text)
 {
     m_text.Append(text);
     return *this;
-}
-
-template <class T>
-CkStreamWrite& CkStreamWriteASCIIString::appendNumber(T value)
-{
-    if (&typeid(*this) != &typeid(CkStreamWriteASCIIString))
-        return CkStreamWriteASCII::operator<<(value);
-    m_text.appendNumber(widened(value));
-    return *this;
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(double value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(float value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(__int64 value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned __int64 value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(int value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned int value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(short value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned short value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(signed char value)
-{
-    return appendNumber(value);
-}
-
-CkStreamWrite& CkStreamWriteASCIIString::operator<<(unsigned char value)
-{
-    return appendNumber(value);
 }
 
 CkStreamWriteASCIITrace::~CkStreamWriteASCIITrace() = default;

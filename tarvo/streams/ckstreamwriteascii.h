@@ -66,20 +66,6 @@ public:
     CkStreamWriteASCIIString& operator=(const CkStreamWriteASCIIString&) = default;
     ~CkStreamWriteASCIIString() override;
 
-    using CkStreamWriteASCII::operator<<;
-
-    // Numbers go straight into the text, without a CString in between, where no derived class may want to see them.
-    CkStreamWrite& operator<<(double value) override;
-    CkStreamWrite& operator<<(float value) override;
-    CkStreamWrite& operator<<(__int64 value) override;
-    CkStreamWrite& operator<<(unsigned __int64 value) override;
-    CkStreamWrite& operator<<(int value) override;
-    CkStreamWrite& operator<<(unsigned int value) override;
-    CkStreamWrite& operator<<(short value) override;
-    CkStreamWrite& operator<<(unsigned short value) override;
-    CkStreamWrite& operator<<(signed char value) override;
-    CkStreamWrite& operator<<(unsigned char value) override;
-
     /// In UTF-16 units.
     unsigned int GetLength() const noexcept { return static_cast<unsigned int>(m_text.GetLength()); }
 
@@ -97,8 +83,8 @@ protected:
     CkStreamWrite& write(const CString& text) override;
 
 private:
-    template <class T>
-    CkStreamWrite& appendNumber(T value);
+    // Numbers go straight into the text, without a CString in between.
+    friend class CkStreamWriteASCII;
 
     CString m_text;
 };

@@ -219,7 +219,7 @@ private:
     void assign(TextView text);
 
     // The text streams' numbers, written in place: see NumberText, which is the same text aside.
-    friend class CkStreamWriteASCIIString;
+    friend class CkStreamWriteASCII;
     TARVO_HIDDEN void appendNumber(int value);
     TARVO_HIDDEN void appendNumber(unsigned int value);
     TARVO_HIDDEN void appendNumber(long long value);
