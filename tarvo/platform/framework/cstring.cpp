@@ -180,7 +180,7 @@ CString::CString(const char* text) : CString(text != nullptr ? FromNarrow(text) 
 
 CString::CString(const WCHAR* text, int length) : CString(viewOf(text, length)) {}
 
-CString::CString(WCHAR unit, int repeat)
+void CString::fill(WCHAR unit, int repeat)
 {
     requireRoom(0, notNegative(repeat));
     m_text.assign(notNegative(repeat), unit);
@@ -200,12 +200,6 @@ CString& CString::operator=(const unsigned short* text)
 CString& CString::operator=(const char* text)
 {
     return *this = CString(text);
-}
-
-CString& CString::operator=(WCHAR unit)
-{
-    assign({&unit, 1});
-    return *this;
 }
 
 CString CString::FromUtf8(std::string_view bytes)

@@ -78,13 +78,23 @@ public:
     CString(const char* text);
     /// A length below 0 counts as 0; zeros within the length belong to the text.
     CString(const WCHAR* text, int length);
-    /// `repeat` times the same unit; none for a count below 0.
-    explicit CString(WCHAR unit, int repeat = 1);
+    /// `repeat` times the same unit; none for a count below 0. Units are `WCHAR` and nothing else here: numbers and other
+    /// characters would convert without a word.
+    template <std::same_as<WCHAR> Unit>
+    explicit CString(Unit unit, int repeat = 1)
+    {
+        fill(unit, repeat);
+    }
 
     CString& operator=(const WCHAR* text);
     CString& operator=(const unsigned short* text);
     CString& operator=(const char* text);
-    CString& operator=(WCHAR unit);
+    template <std::same_as<WCHAR> Unit>
+    CString& operator=(Unit unit)
+    {
+        assign({&unit, 1});
+        return *this;
+    }
 
     /// Every maximal part of an ill-formed sequence becomes one U+FFFD.
     static CString FromUtf8(std::string_view bytes);
@@ -147,7 +157,8 @@ public:
         return *this;
     }
 
-    CString& operator+=(WCHAR unit)
+    template <std::same_as<WCHAR> Unit>
+    CString& operator+=(Unit unit)
     {
         append({&unit, 1});
         return *this;
@@ -156,11 +167,21 @@ public:
     friend CString operator+(const CString& left, const CString& right) { return join(left.View(), right.View()); }
     friend CString operator+(const CString& left, const WCHAR* right) { return join(left.View(), viewOf(right)); }
     friend CString operator+(const WCHAR* left, const CString& right) { return join(viewOf(left), right.View()); }
-    friend CString operator+(const CString& left, WCHAR right) { return join(left.View(), {&right, 1}); }
-    friend CString operator+(WCHAR left, const CString& right) { return join({&left, 1}, right.View()); }
+
+    template <std::same_as<WCHAR> Unit>
+    friend CString operator+(const CString& left, Unit right)
+    {
+        return join(left.View(), {&right, 1});
+    }
+
+    template <std::same_as<WCHAR> Unit>
+    friend CString operator+(Unit left, const CString& right)
+    {
+        return join({&left, 1}, right.View());
+    }
+
     friend CString operator+(CString&& left, const CString& right) { return std::move(left += right); }
     friend CString operator+(CString&& left, const WCHAR* right) { return std::move(left += right); }
-    friend CString operator+(CString&& left, WCHAR right) { return std::move(left += right); }
 
     // Parts of the text: what lies outside is left out, a negative number counts as 0.
     CString Mid(int first) const;
@@ -216,6 +237,7 @@ private:
     static CString join(TextView left, TextView right);
     explicit CString(TextView text);
     void append(TextView text);
+    void fill(WCHAR unit, int repeat);
     void assign(TextView text);
 
     // The text streams' numbers, written in place: see NumberText, which is the same text aside.

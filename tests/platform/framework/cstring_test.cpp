@@ -104,6 +104,8 @@ TEST(CString, every_source_gives_the_same_text)
               expected);
     EXPECT_EQ(assigned = "plain", CString(CK_T("plain")));
     EXPECT_EQ(assigned = CK_T('x'), CString(CK_T("x")));
+    static_assert(!std::is_constructible_v<CString, int> && !std::is_constructible_v<CString, char> &&
+                  !std::is_assignable_v<CString&, int> && !std::is_assignable_v<CString&, double>);
 }
 
 TEST(CString, indexes_of_any_type_read_units_up_to_the_zero)
