@@ -30,15 +30,19 @@ const CkRTTI& CkStreamWriteASCII::GetRTTI() const
 }
 
 template <class T>
-CkStreamWrite& CkStreamWriteASCII::writeNumber(T value)
+inline CkStreamWrite& CkStreamWriteASCII::writeNumber(T value)
 {
     // Exactly this class: one that derives from it may want to see every piece in its `write`.
-    if (&typeid(*this) == &typeid(CkStreamWriteASCIIString))
-    {
-        static_cast<CkStreamWriteASCIIString*>(this)->m_text.appendNumber(widened(value));
-        return *this;
-    }
-    const NumberText text(widened(value));
+    if (&typeid(*this) != &typeid(CkStreamWriteASCIIString))
+        return writePiece(value);
+    static_cast<CkStreamWriteASCIIString*>(this)->m_text.appendNumber(value);
+    return *this;
+}
+
+template <class T>
+CkStreamWrite& CkStreamWriteASCII::writePiece(T value)
+{
+    const NumberText text(value);
     return write(CString(text.Text(), text.Length()));
 }
 
@@ -54,52 +58,52 @@ CkStreamWrite& CkStreamWriteASCII::operator<<(bool value)
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(double value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(float value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(__int64 value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned __int64 value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(int value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned int value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(short value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned short value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(signed char value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWrite& CkStreamWriteASCII::operator<<(unsigned char value)
 {
-    return writeNumber(value);
+    return writeNumber(widened(value));
 }
 
 CkStreamWriteASCII& CkStreamWriteASCII::operator<<(const CkStreamWriteASCIIString& stream)

@@ -50,7 +50,9 @@ protected:
 
 private:
     template <class T>
-    CkStreamWrite& writeNumber(T value);
+    TARVO_HIDDEN CkStreamWrite& writeNumber(T value);
+    template <class T>
+    [[gnu::noinline]] TARVO_HIDDEN CkStreamWrite& writePiece(T value);
 };
 
 /// Collects the text.
