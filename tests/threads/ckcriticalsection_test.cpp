@@ -428,7 +428,7 @@ TEST(CriticalSectionDeathTest, checked_builds_trap_callers_errors)
 {
     CkCriticalSection section;
     EXPECT_DEATH(section.Leave(), "does not hold it");
-    EXPECT_DEATH(CkCriticalSectionAuto(static_cast<CkCriticalSection*>(nullptr)), "no critical section");
+    EXPECT_DEATH(const CkCriticalSectionAuto guard(static_cast<CkCriticalSection*>(nullptr)), "no critical section");
     EXPECT_DEATH(CkSmartPointer<CkException>()->GetCodeLine(), "empty smart pointer");
 }
 #endif
