@@ -6,8 +6,9 @@
 // which system it is compiled for.
 
 // TARVO_API exports a class or function from the library and imports it into clients. TARVO_EXPORTS is defined while
-// the library itself is compiled; TARVO_EXPORT and TARVO_IMPORT do the same for clients' own libraries. TARVO_HIDDEN keeps what a header defines to the module that includes it;
-// TARVO_SHARED_TEMPLATE lets the modules of a process share the static members of a template.
+// the library itself is compiled; TARVO_EXPORT and TARVO_IMPORT do the same for clients' own libraries. TARVO_HIDDEN
+// keeps what a header defines to the module that includes it; TARVO_SHARED_TEMPLATE lets the modules of a process share
+// the static members of a template.
 #if defined(_WIN32)
 #    define TARVO_EXPORT __declspec(dllexport)
 #    define TARVO_IMPORT __declspec(dllimport)

@@ -147,8 +147,8 @@ private:
     std::atomic<bool> m_arrived{false};
 };
 
-/// Wall time for an operation, so that a lock which lets one processor idle pays for it. A batch takes milliseconds; the
-/// way through the gate is small beside that.
+/// Wall time for an operation, so that a lock which lets one processor idle pays for it. A batch takes milliseconds;
+/// the way through the gate is small beside that.
 template <class Mutex, int steps, int operations>
 void contended(benchmark::State& state)
 {

@@ -8,8 +8,8 @@
 /// A 32-bit number that threads count on together.
 ///
 /// Threads: every operation may be called from any thread. `++`, `--`, `+=` and `ExchangeValue` are one interlocked
-/// operation each, fully ordered, and wrap around; their result is the operation's own, not a second look. Loads, stores
-/// and comparisons are single accesses without order.
+/// operation each, fully ordered, and wrap around; their result is the operation's own, not a second look. Loads,
+/// stores and comparisons are single accesses without order.
 template <class T>
     requires std::same_as<T, int> || std::same_as<T, unsigned int>
 class CkAtomicCounter

@@ -14,7 +14,8 @@
 
 namespace
 {
-/// How many reports may be under way on one thread, each raised by a listener of the one before. Deeper ones are dropped.
+/// How many reports may be under way on one thread, each raised by a listener of the one before. Deeper ones are
+/// dropped.
 constexpr int maximumReportDepth = 4;
 constinit thread_local int t_reportDepth = 0;
 
@@ -124,9 +125,9 @@ CkException::CkException(const CString& fileName, unsigned int codeLine, const s
 CkException::CkException(const CkException&) = default;
 CkException& CkException::operator=(const CkException&) = default;
 
-// A chain of causes is taken down by the destructor of its first element, in a loop: each exception that dies inside the
-// loop leaves its own history to it instead of releasing that itself. An element that others still hold does not die,
-// and ends the loop.
+// A chain of causes is taken down by the destructor of its first element, in a loop: each exception that dies inside
+// the loop leaves its own history to it instead of releasing that itself. An element that others still hold does not
+// die, and ends the loop.
 CkException::~CkException()
 {
     if (!m_history || leaveHistory(m_history))

@@ -23,8 +23,8 @@ class CkStreamWriteASCII;
 /// Threads: an exception is for one thread at a time. Copies share the history, which never changes.
 /// Lifetime: the history is a clone of the cause and lives as long as an exception that holds it. A chain of any length
 /// is destroyed without recursion.
-/// Failure: a cause whose class has no clone function, or cannot be cloned, leaves the history empty. Allocation may fail
-/// as the text's does.
+/// Failure: a cause whose class has no clone function, or cannot be cloned, leaves the history empty. Allocation may
+/// fail as the text's does.
 class TARVO_API CkException : public CkReferenceCountedClass<CkException, 0>, public CkIDumpable<1>
 {
 public:
@@ -59,14 +59,14 @@ public:
     /// The cause; empty when there is none.
     History GetHistory() const noexcept { return m_history; }
 
-    /// A short code that one raising site keeps across machines and builds: 24 bits of the 32-bit FNV-1 hash (G. Fowler,
-    /// L. C. Noll, K.-P. Vo) of the last two components of the file name in lower case, and the line, as
+    /// A short code that one raising site keeps across machines and builds: 24 bits of the 32-bit FNV-1 hash (G.
+    /// Fowler, L. C. Noll, K.-P. Vo) of the last two components of the file name in lower case, and the line, as
     /// "%03x %03x.%03x".
     CString GetErrorCode() const;
 
 protected:
-    /// The clone function for the record of a class `E` that derives from CkException and has `E::Clone`. Takes and gives
-    /// pointers to CkException, whatever the place of that base in `E`.
+    /// The clone function for the record of a class `E` that derives from CkException and has `E::Clone`. Takes and
+    /// gives pointers to CkException, whatever the place of that base in `E`.
     template <class E>
     static void* CloneByFactory(const void* exception)
     {

@@ -16,8 +16,8 @@ class CkWeakPointer;
 /// What the holder of a weak reference enters in the object's list. Belongs to the holder.
 struct CkWeakReference
 {
-    std::atomic<const CkReferenceCountedClassBase*> target{
-        nullptr}; ///< Null when the object is dead or none was given.
+    /// Null when the object is dead or none was given.
+    std::atomic<const CkReferenceCountedClassBase*> target{nullptr};
     CkWeakReference* next = nullptr;
     CkWeakReference* previous = nullptr;
 };
@@ -62,8 +62,8 @@ private:
     template <class T>
     friend class CkWeakPointer;
 
-    /// Guards the weak references of an object. A few such locks serve all objects of the process, because a holder that
-    /// asks for an object's life must not touch a lock inside the object. Held for a few instructions; spins.
+    /// Guards the weak references of an object. A few such locks serve all objects of the process, because a holder
+    /// that asks for an object's life must not touch a lock inside the object. Held for a few instructions; spins.
     class TARVO_API WeakLock
     {
     public:
@@ -96,7 +96,8 @@ private:
 ///
 /// Threads: references may be added and released on any threads at once. Takes no lock, except while weak references to
 /// the object exist: then the last release takes a process-wide lock for a few instructions.
-/// Lifetime: born with count 0; an object that no smart pointer ever held is destroyed by its owner in the ordinary way.
+/// Lifetime: born with count 0; an object that no smart pointer ever held is destroyed by its owner in the ordinary
+/// way.
 ///
 /// | count | add | release                                                      | weak reference |
 /// |-------|-----|--------------------------------------------------------------|----------------|
@@ -155,8 +156,8 @@ private:
         return false;
     }
 
-    /// Whether nobody but the caller, who holds a reference, can reach the object: no other reference exists, and from no
-    /// weak reference can one come. Then the last release needs no interlocked operation. The order matters: a weak
+    /// Whether nobody but the caller, who holds a reference, can reach the object: no other reference exists, and from
+    /// no weak reference can one come. Then the last release needs no interlocked operation. The order matters: a weak
     /// reference that came after the look at the count would have been made by another reference's holder.
     bool isSoleReference() const noexcept
     {

@@ -27,8 +27,8 @@ public:
     /// Makes a new copy of the object passed. Both pointers are to the root of the class's hierarchy.
     using CloneFunction = void* (*)(const void*);
 
-    /// Register the class under `name`, with its functions where they are not null. A name that is registered already is
-    /// replaced.
+    /// Register the class under `name`, with its functions where they are not null. A name that is registered already
+    /// is replaced.
     CkRTTI(const CString& name, CreateFunction create, CloneFunction clone);
     CkRTTI(const CString& name, const CkRTTI& base, CreateFunction create, CloneFunction clone);
     CkRTTI(const CString& name, const CkRTTI& base1, const CkRTTI& base2, CreateFunction create, CloneFunction clone);

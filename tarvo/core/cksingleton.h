@@ -10,15 +10,16 @@
 /// default constructor that only `friend class CkSingleton<Log>` can reach.
 ///
 /// Threads: both operations may be called from any thread. An existing instance costs one read; making one holds
-/// `GetCriticalSectionSingleton()`, also while the constructor of `T` runs, which must not wait for a thread that loads a
-/// module or makes a singleton.
+/// `GetCriticalSectionSingleton()`, also while the constructor of `T` runs, which must not wait for a thread that loads
+/// a module or makes a singleton.
 /// Lifetime: the instance is destroyed when the module that made it goes, singletons first asked for later going first.
 /// One that is asked for after that is made anew and stays for the rest of the process.
 /// Failure: what the constructor of `T` raises passes on; the next call tries again.
 ///
 /// Where several modules use one singleton, the module that owns it instantiates the template once, so that all see the
 /// same instance. Before the class, its header says `class Log; extern template class LOG_API CkSingleton<Log>;`, where
-/// LOG_API exports from that module and imports into others; one of its sources says `template class CkSingleton<Log>;`.
+/// LOG_API exports from that module and imports into others; one of its sources says `template class
+/// CkSingleton<Log>;`.
 template <class T>
 class TARVO_SHARED_TEMPLATE CkSingleton
 {

@@ -13,7 +13,8 @@
 /// `T` derives from `CkReferenceCountedClass` and may be const: a const object is counted as well. The other two
 /// parameters name the form of counting; there is one, interlocked with 32 bits.
 ///
-/// Threads: a smart pointer is a value for one thread at a time; pointers to the same object may be used on any threads.
+/// Threads: a smart pointer is a value for one thread at a time; pointers to the same object may be used on any
+/// threads.
 /// Failure: nothing raises. `->` and `*` of an empty pointer are the caller's error.
 template <class T, int N = 1, class C = unsigned int>
 class CkSmartPointer

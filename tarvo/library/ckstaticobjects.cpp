@@ -1,5 +1,5 @@
-// The static objects of the library, in one file because their order matters: they are constructed in the order in which
-// they stand here and destroyed in the reverse.
+// The static objects of the library, in one file because their order matters: they are constructed in the order in
+// which they stand here and destroyed in the reverse.
 
 #include <tarvo/core/ckexception.h>
 #include <tarvo/library/unloadsequence.h>

@@ -13,8 +13,8 @@
 
 namespace tarvo::detail
 {
-/// An object of static lifetime that is not destroyed by itself: either it needs no destruction, or an unload entry does
-/// it at the right moment.
+/// An object of static lifetime that is not destroyed by itself: either it needs no destruction, or an unload entry
+/// does it at the right moment.
 template <class T>
 struct Undestroyed
 {
@@ -30,8 +30,8 @@ struct Undestroyed
 /// Whether the process ends and the library's objects are left to it.
 bool isLeftToProcess() noexcept;
 
-/// What the owner of the static objects does before they are destroyed: runs the library's entries, or finds that all is
-/// left to the process.
+/// What the owner of the static objects does before they are destroyed: runs the library's entries, or finds that all
+/// is left to the process.
 void unloadLibrary() noexcept;
 
 /// A step of the unload sequence. Of static lifetime, in the module whose code `handler` is.
@@ -46,8 +46,8 @@ struct UnloadEntry
 /// From any thread.
 TARVO_API void registerUnload(UnloadEntry& entry, const void* module = nullptr);
 
-/// Takes the entries of `module` out of the list, the newest first, and runs each. Holds no lock meanwhile, so a handler
-/// may register a new entry, which is then the next one.
+/// Takes the entries of `module` out of the list, the newest first, and runs each. Holds no lock meanwhile, so a
+/// handler may register a new entry, which is then the next one.
 TARVO_API void runUnloadEntries(const void* module) noexcept;
 
 #if defined(TARVO_EXPORTS)
@@ -75,9 +75,9 @@ public:
     }
 };
 
-/// Registers for the module that this is compiled into. What the module has constructed before its first entry, its type
-/// records among it, is destroyed after the entries have run. An entry that comes even later is never run: nobody would
-/// take it from the list before its code is gone.
+/// Registers for the module that this is compiled into. What the module has constructed before its first entry, its
+/// type records among it, is destroyed after the entries have run. An entry that comes even later is never run: nobody
+/// would take it from the list before its code is gone.
 TARVO_HIDDEN inline void registerForThisModule(UnloadEntry& entry)
 {
     static const ModuleUnload module;

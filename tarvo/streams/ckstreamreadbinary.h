@@ -7,8 +7,8 @@
 ///
 /// Failure: `CkExceptionStream` where the data ends early, a text does not begin with the wide-text tag, or its
 /// characters cannot be had. A number that is cut short leaves its target with the bytes that did arrive, a bool and a
-/// text leave it unchanged. What `read` raises passes on, except within the characters of a text. Where even an exception
-/// cannot be had for want of memory, that failure is raised in its place.
+/// text leave it unchanged. What `read` raises passes on, except within the characters of a text. Where even an
+/// exception cannot be had for want of memory, that failure is raised in its place.
 class TARVO_API CkStreamReadBinary : public CkStreamRead
 {
 public:

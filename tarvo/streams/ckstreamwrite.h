@@ -7,12 +7,12 @@
 
 /// Takes values one by one; the concrete stream decides what becomes of them.
 ///
-/// Every operator returns the stream, so writes chain. A derived stream that implements operators brings the others along
-/// with `using CkStreamWrite::operator<<;`, or the missing types would convert to the wrong ones.
+/// Every operator returns the stream, so writes chain. A derived stream that implements operators brings the others
+/// along with `using CkStreamWrite::operator<<;`, or the missing types would convert to the wrong ones.
 ///
-/// Integers have the same width on every platform: `LONG` and `ULONG` are 32 bits. Where C++'s own `long` has 64, writing
-/// one does not compile; say `LONG` or `__int64`. Neither do pointers other than to wide text, nor characters other than
-/// `char` and `WCHAR`.
+/// Integers have the same width on every platform: `LONG` and `ULONG` are 32 bits. Where C++'s own `long` has 64,
+/// writing one does not compile; say `LONG` or `__int64`. Neither do pointers other than to wide text, nor characters
+/// other than `char` and `WCHAR`.
 ///
 /// Threads: a stream is for one thread at a time.
 /// Failure: whatever the concrete stream raises.

@@ -7,8 +7,8 @@
 /// Turns values into the storage format and hands the bytes to the `write` of a derived class, in order: one call for
 /// each value; for a text those of its header and one for all its characters. Buffers nothing and allocates nothing.
 ///
-/// Numbers are little-endian, without tags, alignment or padding; float and double are the IEEE 754 bit patterns; bool is
-/// one byte, 0 or 1. A text is a header and then its UTF-16 units, without a terminator. The header, for n units:
+/// Numbers are little-endian, without tags, alignment or padding; float and double are the IEEE 754 bit patterns; bool
+/// is one byte, 0 or 1. A text is a header and then its UTF-16 units, without a terminator. The header, for n units:
 ///
 /// | n          | header                                              |
 /// |------------|-----------------------------------------------------|

@@ -121,9 +121,9 @@ void CkCriticalSection::wakeOne()
         throw CkException(source, lineLeaveFailed);
 }
 
-// Of static lifetime, a section may be destroyed while threads that the end of the process has not stopped yet still use
-// it. Waiters count themselves before they look for the semaphore, so either they are seen here or they see that there is
-// none. Where some are seen, they may be asleep on the semaphore: it is left to them.
+// Of static lifetime, a section may be destroyed while threads that the end of the process has not stopped yet still
+// use it. Waiters count themselves before they look for the semaphore, so either they are seen here or they see that
+// there is none. Where some are seen, they may be asleep on the semaphore: it is left to them.
 void CkCriticalSection::closeSemaphore() noexcept
 {
     if (m_waiters.load(std::memory_order_seq_cst) >= oneWaiter)

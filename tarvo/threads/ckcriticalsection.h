@@ -8,9 +8,9 @@
 
 /// The lock of the library: recursive, owned by a thread, spinning a while before it sleeps.
 ///
-/// Threads: every operation may be called from any thread; `Leave` and `GetRecursionCount` only from the owner. Takes no
-/// other lock. The
-/// sections of the library nest in this order: singleton lock, thread pool, event registry, log listener manager, object.
+/// Threads: every operation may be called from any thread; `Leave` and `GetRecursionCount` only from the owner. Takes
+/// no other lock. The sections of the library nest in this order: singleton lock, thread pool, event registry, log
+/// listener manager, object.
 /// Blocking: `Enter` without limit, after `spinCount` attempts asleep in the kernel.
 /// Lifetime: no kernel object exists before the first contention that outlasts the spinning; it goes with the section.
 /// The section may go when the last `Leave` has returned, not when it has merely let the next thread in. One of static
@@ -93,8 +93,8 @@ private:
         return true;
     }
 
-    /// Acquires within a time and leaves the recursion count to the caller: `acquired` tells whether the section came to
-    /// the caller just now or was its own before. False when the time is up or the kernel fails.
+    /// Acquires within a time and leaves the recursion count to the caller: `acquired` tells whether the section came
+    /// to the caller just now or was its own before. False when the time is up or the kernel fails.
     bool lock(bool& acquired, unsigned int timeoutMs) noexcept;
 
     /// Acquires by spinning, then by sleeping.
@@ -184,8 +184,8 @@ private:
     bool m_left = false;
 };
 
-/// Base of containers that are locked (1) or left to the lock of their owner (0). `Lock` is the guard that the container
-/// takes around its work either way.
+/// Base of containers that are locked (1) or left to the lock of their owner (0). `Lock` is the guard that the
+/// container takes around its work either way.
 template <int N>
 class CkCriticalSectionPolicy;
 

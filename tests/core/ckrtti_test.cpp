@@ -1,8 +1,5 @@
-#include <tarvo/core/ckexception.h>
 #include <tarvo/core/ckrtti.h>
 #include <tarvo/streams/ckstreamreadbinary.h>
-#include <tarvo/streams/ckstreamwriteascii.h>
-#include <tarvo/streams/ckstreamwritebinary.h>
 
 #include <support/printers.h>
 
@@ -79,37 +76,4 @@ TEST(RTTI, records_are_compared_by_identity)
     EXPECT_TRUE(one != two);
     EXPECT_EQ(one.GetName(), two.GetName());
     static_assert(!std::is_copy_constructible_v<CkRTTI> && !std::is_copy_assignable_v<CkRTTI>);
-}
-
-TEST(RTTI, the_librarys_records_name_their_classes_and_bases)
-{
-    struct Row
-    {
-        const CkRTTI& record;
-        const WCHAR* name;
-        const CkRTTI* base;
-    };
-    const Row rows[] = {
-        {CkException::RTTI, CK_T("CkException"), nullptr},
-        {CkExceptionCondition::RTTI, CK_T("CkExceptionCondition"), &CkException::RTTI},
-        {CkExceptionOutOfMemory::RTTI, CK_T("CkExceptionOutOfMemory"), &CkException::RTTI},
-        {CkExceptionPreconditionViolation::RTTI, CK_T("CkExceptionPreconditionViolation"), &CkException::RTTI},
-        {CkExceptionStream::RTTI, CK_T("CkExceptionStream"), &CkException::RTTI},
-        {CkExceptionWrongFileVersion::RTTI, CK_T("CkExceptionWrongFileVersion"), &CkException::RTTI},
-        {CkStreamRead::RTTI, CK_T("CkStreamRead"), nullptr},
-        {CkStreamReadBinary::RTTI, CK_T("CkStreamReadBinary"), &CkStreamRead::RTTI},
-        {CkStreamWrite::RTTI, CK_T("CkStreamWrite"), nullptr},
-        {CkStreamWriteASCII::RTTI, CK_T("CkStreamWriteASCII"), &CkStreamWrite::RTTI},
-        {CkStreamWriteASCIIString::RTTI, CK_T("CkStreamWriteASCIIString"), &CkStreamWriteASCII::RTTI},
-        {CkStreamWriteASCIITrace::RTTI, CK_T("CkStreamWriteASCIITrace"), &CkStreamWriteASCII::RTTI},
-        {CkStreamWriteASCIITraceDiagnostic::RTTI, CK_T("CkStreamWriteASCIITraceDiagnostic"), &CkStreamWriteASCII::RTTI},
-        {CkStreamWriteBinary::RTTI, CK_T("CkStreamWriteBinary"), &CkStreamWrite::RTTI},
-        {CkStreamWriteBinaryByteCount::RTTI, CK_T("CkStreamWriteBinaryByteCount"), &CkStreamWriteBinary::RTTI},
-    };
-    for (const Row& row : rows)
-    {
-        EXPECT_EQ(row.record.GetName(), row.name);
-        const CkRTTI** const bases = row.record.GetBaseClassRTTI();
-        EXPECT_EQ(bases == nullptr ? nullptr : bases[1], row.base) << row.record.GetName().ToUtf8();
-    }
 }

@@ -82,8 +82,3 @@ TEST(Singleton, threads_that_ask_at_once_get_one_instance)
         EXPECT_EQ(instance, seen[0]);
     EXPECT_EQ(Contested::made, 1);
 }
-
-TEST(Singleton, the_library_is_never_seen_building_its_static_objects)
-{
-    EXPECT_FALSE(IsStaticInit());
-}

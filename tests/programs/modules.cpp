@@ -1,4 +1,5 @@
-// Several modules share one library, one instance of a singleton and one record of a class, and throw across their borders.
+// Several modules share one library, one instance of a singleton and one record of a class, and throw across their
+// borders.
 
 #include <libraries/shared.h>
 #include <support/dynamiclibrary.h>

@@ -14,7 +14,7 @@ using ReportSink = void (*)(const CString& fileName, unsigned int codeLine, cons
 /// Reports an exception of the class of `rtti`. What the sink raises passes on.
 void reportException(const CString& fileName, unsigned int codeLine, const CkRTTI& rtti);
 
-/// Makes `sink` (null: nobody) the receiver of all reports and returns the one before. From any thread; a report that is
-/// under way may still arrive at the old one.
+/// Makes `sink` (null: nobody) the receiver of all reports and returns the one before. From any thread; a report that
+/// is under way may still arrive at the old one.
 TARVO_API ReportSink exchangeReportSink(ReportSink sink) noexcept;
 } // namespace tarvo::detail

@@ -78,8 +78,8 @@ public:
     CString(const char* text);
     /// A length below 0 counts as 0; zeros within the length belong to the text.
     CString(const WCHAR* text, int length);
-    /// `repeat` times the same unit; none for a count below 0. Units are `WCHAR` and nothing else here: numbers and other
-    /// characters would convert without a word.
+    /// `repeat` times the same unit; none for a count below 0. Units are `WCHAR` and nothing else here: numbers and
+    /// other characters would convert without a word.
     template <std::same_as<WCHAR> Unit>
     explicit CString(Unit unit, int repeat = 1)
     {

@@ -52,8 +52,8 @@ void putEight(WCHAR* out, std::uint32_t eight) noexcept
     putFour(out + 4, eight % 10000);
 }
 
-/// Digits of a number. The logarithm is estimated from the bits: 1233 / 4096 is just above log10(2). 0 counts as 1, and no
-/// other number moves past a power of ten by becoming odd.
+/// Digits of a number. The logarithm is estimated from the bits: 1233 / 4096 is just above log10(2). 0 counts as 1, and
+/// no other number moves past a power of ten by becoming odd.
 int countDigits(std::uint64_t value) noexcept
 {
     value |= 1;
@@ -101,8 +101,8 @@ int writeDecimal(WCHAR* out, Magnitude magnitude, bool negative) noexcept
     return length;
 }
 
-/// A magnitude below 2^43 in millionths: 10^6 times the exact binary value fits 128 bits, so it is rounded, half to even,
-/// by looking at the bits below the point.
+/// A magnitude below 2^43 in millionths: 10^6 times the exact binary value fits 128 bits, so it is rounded, half to
+/// even, by looking at the bits below the point.
 std::uint64_t toMillionths(double magnitude) noexcept
 {
     __extension__ using Wide = unsigned __int128;
@@ -166,8 +166,8 @@ int writeShort(WCHAR* out, double value) noexcept
     return length + 7;
 }
 
-/// Writes a number straight into the text, into room of a known size: a copy of that costs less than filling, and a copy
-/// of the digits afterwards would wait for them to be written. Returns the units written.
+/// Writes a number straight into the text, into room of a known size: a copy of that costs less than filling, and a
+/// copy of the digits afterwards would wait for them to be written. Returns the units written.
 template <class T>
 int appendShort(TextBuffer& text, T value)
 {

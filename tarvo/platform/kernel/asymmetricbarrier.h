@@ -7,8 +7,8 @@
 
 // A full memory barrier between two threads of which one passes often and the other rarely: the rare one pays for both.
 //
-// The often-passing side writes a word with `storeLight` and then reads a second word. The rare side changes that second
-// word, calls `heavyBarrier`, and then reads the first. At least one of the two sees the other's write:
+// The often-passing side writes a word with `storeLight` and then reads a second word. The rare side changes that
+// second word, calls `heavyBarrier`, and then reads the first. At least one of the two sees the other's write:
 //
 // - Light stores are plain. `heavyBarrier` makes every running thread of the process execute a full barrier (a thread
 //   that does not run passes one when it is switched). If that barrier comes after the often-passing side's store, the

@@ -1,6 +1,7 @@
 #pragma once
 
-// The kernel calls of the library under their Win32 names: the system's own on Windows, those of this library elsewhere.
+// The kernel calls of the library under their Win32 names: the system's own on Windows, those of this library
+// elsewhere.
 
 #if defined(_WIN32)
 #    if !defined(UNICODE)

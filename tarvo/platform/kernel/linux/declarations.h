@@ -101,9 +101,9 @@ TARVO_API DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs) noexcept;
 TARVO_API BOOL CloseHandle(HANDLE object) noexcept;
 
 /// The system's text for an error code, ending in "\r\n". Takes the flags FROM_SYSTEM and ALLOCATE_BUFFER (then
-/// `buffer` points at the pointer that receives the text, freed with `LocalFree`) and IGNORE_INSERTS. Returns the length
-/// without the zero, 0 on failure: ERROR_MR_MID_NOT_FOUND where there is no text, ERROR_INVALID_PARAMETER where the text
-/// has inserts, which this layer never fills.
+/// `buffer` points at the pointer that receives the text, freed with `LocalFree`) and IGNORE_INSERTS. Returns the
+/// length without the zero, 0 on failure: ERROR_MR_MID_NOT_FOUND where there is no text, ERROR_INVALID_PARAMETER where
+/// the text has inserts, which this layer never fills.
 TARVO_API DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD messageId, DWORD languageId, LPWSTR buffer,
                                DWORD size, va_list* arguments) noexcept;
 

@@ -10,8 +10,8 @@ namespace
 constexpr std::uint32_t slotCount = 1u << 22;
 constexpr std::uint32_t noSlot = 0xFFFFFFFFu;
 
-/// The word of a slot: the generation that makes an old handle different from a new one in the upper half, then the mark
-/// that the handle is open, then the number of calls that use the object at this moment.
+/// The word of a slot: the generation that makes an old handle different from a new one in the upper half, then the
+/// mark that the handle is open, then the number of calls that use the object at this moment.
 constexpr std::uint64_t generationStep = std::uint64_t{1} << 32;
 constexpr std::uint64_t openBit = std::uint64_t{1} << 31;
 constexpr std::uint64_t pinsMask = openBit - 1;

@@ -22,12 +22,12 @@ _Unwind_Reason_Code findUnloading(_Unwind_Context* caller, void* found) noexcept
 
 bool g_unloading = false;
 
-/// Runs before the static objects of a library that is unloaded are destroyed, as termination functions run in the reverse
-/// order of their linking, and the one that destroys them is linked first.
+/// Runs before the static objects of a library that is unloaded are destroyed, as termination functions run in the
+/// reverse order of their linking, and the one that destroys them is linked first.
 ///
-/// The C library tells nowhere why it ends a library. It does so in the same way when the process ends, if the program was
-/// linked to the library; if it was loaded later, `exit` destroys the static objects before any termination function runs.
-/// But what only unloading has is a call of dlclose.
+/// The C library tells nowhere why it ends a library. It does so in the same way when the process ends, if the program
+/// was linked to the library; if it was loaded later, `exit` destroys the static objects before any termination
+/// function runs. But what only unloading has is a call of dlclose.
 __attribute__((destructor)) void noteUnloading() noexcept
 {
     _Unwind_Backtrace(&findUnloading, &g_unloading);
