@@ -1,0 +1,61 @@
+#include <tarvo/containers/ckarray.h>
+
+#include <tarvo/core/ckexception.h>
+
+#include <memory>
+#include <new>
+
+template class CkMemoryBlock<0, unsigned int>;
+template class CkArray<unsigned char, 0, CkArrayPolicyConstructDefault>;
+
+namespace tarvo::detail
+{
+namespace
+{
+constexpr const WCHAR* source = CK_T("tarvo\\containers\\ckarray");
+constexpr unsigned int lineOutOfMemory = 10;
+constexpr unsigned int lineValueCount = 20;
+constexpr unsigned int lineFormat = 30;
+constexpr unsigned int lineShortRead = 40;
+
+struct FreeMemory
+{
+    void operator()(void* memory) const noexcept { std::free(memory); }
+};
+} // namespace
+
+CkSmartPointer<CkMemoryBlock<0, unsigned int>> newArrayBlock(unsigned __int64 size)
+{
+    std::unique_ptr<void, FreeMemory> storage(std::malloc(size));
+    if (storage != nullptr)
+    {
+        if (auto* const block = new (std::nothrow) CkMemoryBlock<0, unsigned int>(storage.get()))
+        {
+            static_cast<void>(storage.release());
+            return block;
+        }
+    }
+    storage.reset();
+    raiseArrayOutOfMemory();
+}
+
+void raiseArrayOutOfMemory()
+{
+    throw CkExceptionOutOfMemory(source, lineOutOfMemory);
+}
+
+void raiseArrayValueCount()
+{
+    throw CkExceptionPreconditionViolation(source, lineValueCount);
+}
+
+void raiseArrayFormat()
+{
+    throw CkExceptionWrongFileVersion(source, lineFormat);
+}
+
+void raiseArrayShortRead()
+{
+    throw CkExceptionStream(source, lineShortRead);
+}
+} // namespace tarvo::detail
