@@ -5,8 +5,9 @@
 #include <memory>
 #include <new>
 
-template class CkMemoryBlock<0, unsigned int>;
-template class CkArray<unsigned char, 0, CkArrayPolicyConstructDefault>;
+// Exported with every member. Clients instantiate what they use themselves all the same: not every platform exports
+// members that are defined in their class.
+template class TARVO_API CkArray<unsigned char, 0, CkArrayPolicyConstructDefault>;
 
 namespace tarvo::detail
 {

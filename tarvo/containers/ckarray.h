@@ -533,5 +533,3 @@ private:
     unsigned int m_growStep = 0; ///< 0: doubles.
     MemoryBlock m_block;
 };
-
-extern template class TARVO_API CkArray<unsigned char, 0, CkArrayPolicyConstructDefault>;

@@ -2,8 +2,10 @@
 
 #include <tarvo/core/ckexception.h>
 
-template class CkListPolicyElementCount<1, unsigned int>;
-template class CkListPolicyElementCount<1, unsigned long long>;
+template class TARVO_API CkListPolicyElementCount<0, unsigned int>;
+template class TARVO_API CkListPolicyElementCount<0, unsigned long long>;
+template class TARVO_API CkListPolicyElementCount<1, unsigned int>;
+template class TARVO_API CkListPolicyElementCount<1, unsigned long long>;
 
 namespace tarvo::detail
 {

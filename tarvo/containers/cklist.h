@@ -11,10 +11,10 @@
 /// Failure: adding raises `CkExceptionOutOfMemory` when the pool has no node, and what the constructor of the element
 /// throws; the list is as before then.
 template <class T, int Flags, class C>
-class CkList : public CkListBaseIntermediate<T, Flags, C>,
-               public CkListPolicyNotCloseable<T, Flags, C>,
-               public CkListPolicySerializable<T, Flags, 0, C>,
-               public CkListPolicyComparable<T, Flags, 0, C>
+class CkList final : public CkListBaseIntermediate<T, Flags, C>,
+                     public CkListPolicyNotCloseable<T, Flags, C>,
+                     public CkListPolicySerializable<T, Flags, 0, C>,
+                     public CkListPolicyComparable<T, Flags, 0, C>
 {
     using Base = CkListBaseIntermediate<T, Flags, C>;
 

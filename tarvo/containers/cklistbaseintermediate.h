@@ -31,10 +31,10 @@ constexpr bool areListFlags(int flags) noexcept
 
 /// Head, tail, pool and count of a list, and the walk from head to tail. A position is the address of a node.
 template <class T, int Flags, class C>
-class CkListBase : public CkContainer<T>,
-                   public CkListPolicyElementCount<Flags & tarvo::detail::listIsCounted, C>
+class CkListBase : public CkContainer<T>, public CkListPolicyElementCount<Flags & tarvo::detail::listIsCounted, C>
 {
-    static_assert(tarvo::detail::areListFlags(Flags), "a list is single-linked (8) or double-linked (16), counted (+1)");
+    static_assert(tarvo::detail::areListFlags(Flags),
+                  "a list is single-linked (8) or double-linked (16), counted (+1)");
 
 public:
     using Node = CkNodeLinked<T, (Flags & tarvo::detail::listIsDoubleLinked) != 0 ? 1 : 0>;
@@ -85,8 +85,8 @@ class CkListPolicyDoubleLinked : public CkListBase<T, Flags, C>
     using Base = CkListBase<T, Flags, C>;
 
 protected:
-    using typename Base::Node;
     using Base::Base;
+    using typename Base::Node;
 
     void linkTail(Node* node) noexcept
     {
@@ -124,8 +124,8 @@ class CkListPolicySingleLinked : public CkListBase<T, Flags, C>
     using Base = CkListBase<T, Flags, C>;
 
 protected:
-    using typename Base::Node;
     using Base::Base;
+    using typename Base::Node;
 
     void linkTail(Node* node) noexcept
     {

@@ -77,9 +77,6 @@ protected:
     void absorbElementCount(CkListPolicyElementCount&) noexcept {}
 };
 
-extern template class TARVO_API CkListPolicyElementCount<1, unsigned int>;
-extern template class TARVO_API CkListPolicyElementCount<1, unsigned long long>;
-
 /// A list that takes elements as long as it lives.
 template <class T, int Flags, class C>
 class CkListPolicyNotCloseable

@@ -38,5 +38,3 @@ public:
 private:
     void* m_storage;
 };
-
-extern template class TARVO_API CkMemoryBlock<0, unsigned int>;

@@ -50,16 +50,15 @@ class CkPlexManager : public CkReferenceCountedClass<CkPlexManager<Node, A, B, C
 
 public:
     /// `blockSize` nodes make one block; 0 raises `CkExceptionPreconditionViolation`. Obtains none yet.
-    explicit CkPlexManager(C blockSize) : m_blockSize(blockSize) { tarvo::detail::requirePlexBlockSize(blockSize != 0); }
+    explicit CkPlexManager(C blockSize) : m_blockSize(blockSize)
+    {
+        tarvo::detail::requirePlexBlockSize(blockSize != 0);
+    }
 
     CkPlexManager(const CkPlexManager&) = delete;
     CkPlexManager& operator=(const CkPlexManager&) = delete;
 
-    ~CkPlexManager() override
-    {
-        while (m_blocks != nullptr)
-            std::free(std::exchange(m_blocks, m_blocks->previous));
-    }
+    ~CkPlexManager() override { freeBlocks(); }
 
     /// A node's memory, nothing constructed in it.
     void* AllocateNode()
@@ -116,13 +115,23 @@ public:
             tarvo::detail::raisePlexOutOfMemory();
     }
 
+    /// Gives its blocks, none of whose nodes is in use, back to the heap and takes those of `other` and their size.
+    /// `other` obtains new ones when it needs them.
+    void Take(CkPlexManager& other) noexcept
+        requires(A == 0)
+    {
+        freeBlocks();
+        m_blocks = std::exchange(other.m_blocks, nullptr);
+        m_free = std::exchange(other.m_free, nullptr);
+        m_blockSize = other.m_blockSize;
+    }
+
 private:
     using Lock = typename CkCriticalSectionPolicy<A>::Lock;
     using FreeNode = tarvo::detail::PlexFreeNode;
 
     static constexpr std::size_t alignment = std::max(alignof(Node), alignof(FreeNode));
-    /// Both are powers of two or multiples of the alignment, so every node of a block is aligned as the first.
-    static constexpr std::size_t stride = std::max(sizeof(Node), (sizeof(FreeNode) + alignment - 1) & ~(alignment - 1));
+    static constexpr std::size_t stride = (std::max(sizeof(Node), sizeof(FreeNode)) + alignment - 1) & ~(alignment - 1);
 
     template <class... Arguments>
     Node* constructAt(void* memory, Arguments&&... arguments)
@@ -136,6 +145,12 @@ private:
             ReleaseNode(memory);
             throw;
         }
+    }
+
+    void freeBlocks() noexcept
+    {
+        while (m_blocks != nullptr)
+            std::free(std::exchange(m_blocks, m_blocks->previous));
     }
 
     void pushFree(void* node) noexcept { m_free = ::new (node) FreeNode{m_free}; }
@@ -170,5 +185,5 @@ private:
 
     tarvo::detail::PlexBlock* m_blocks = nullptr; ///< The newest block.
     FreeNode* m_free = nullptr;
-    const C m_blockSize;
+    C m_blockSize;
 };

@@ -51,6 +51,27 @@ CkRTTI::~CkRTTI()
         forgetName();
 }
 
+const CkRTTI* CkRTTI::Find(const CString& name)
+{
+    return CkRTTIRegistration::Find(name).record;
+}
+
+CkRTTI::CreateFunction CkRTTI::getCreate(const CString& name)
+{
+    return CkRTTIRegistration::Find(name).create;
+}
+
+CkRTTI::CloneFunction CkRTTI::getClone(const CString& name)
+{
+    return CkRTTIRegistration::Find(name).clone;
+}
+
+bool CkRTTI::IsKindOf(const CString& name) const
+{
+    const CkRTTI* const rtti = Find(name);
+    return rtti != nullptr && IsKindOf(*rtti);
+}
+
 void CkRTTI::forgetName() noexcept
 {
     CString().swap(m_name.object);

@@ -14,7 +14,8 @@
 /// Every class that takes part has a static member `RTTI`, a virtual `GetRTTI() const` that returns the record of the
 /// object's class, and `Is`, `IsKindOf` and `GetClassNameW` that ask that record.
 ///
-/// Threads: a record never changes once it is constructed; any thread may use it without a lock.
+/// Threads: a record never changes once it is constructed; any thread may use it without a lock. Looking up a name
+/// takes the registry's lock and no other meanwhile.
 /// Lifetime: static, in the module that defines the class. A record refers to the records of its bases without reading
 /// them, so it may be constructed before them. One of static lifetime may still be asked after its end, and has then no
 /// name; those of the library stay as they are when the process ends.
@@ -22,9 +23,9 @@
 class TARVO_API CkRTTI
 {
 public:
-    /// Makes a new object of the class.
+    /// Makes a new object of the class, or gives null. The pointer is to the root of the class's hierarchy.
     using CreateFunction = void* (*)();
-    /// Makes a new copy of the object passed. Both pointers are to the root of the class's hierarchy.
+    /// Makes a new copy of the object passed, or gives null. Both pointers are to the root of the class's hierarchy.
     using CloneFunction = void* (*)(const void*);
 
     /// Register the class under `name`, with its functions where they are not null. A name that is registered already
@@ -39,6 +40,9 @@ public:
 
     /// Leaves the registration in place; the name must not be looked up afterwards.
     ~CkRTTI();
+
+    /// The record registered under `name`, with exactly these letters; null when there is none.
+    static const CkRTTI* Find(const CString& name);
 
     const CString& GetName() const noexcept { return m_name.object; }
 
@@ -66,8 +70,17 @@ public:
         }
     }
 
+    /// The same for the record registered under `name`; false when there is none.
+    bool IsKindOf(const CString& name) const;
+
 private:
+    friend class CkException;
+    friend class CkISerializable;
     friend struct CkRTTIPeer;
+
+    // The functions registered under `name`; null when the class has none, or the name is unknown.
+    static CreateFunction getCreate(const CString& name);
+    static CloneFunction getClone(const CString& name);
 
     CkRTTI(const CString& name, std::initializer_list<const CkRTTI*> bases, CreateFunction create, CloneFunction clone);
 

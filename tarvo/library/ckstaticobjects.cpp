@@ -2,7 +2,10 @@
 // which they stand here and destroyed in the reverse.
 
 #include <tarvo/core/ckexception.h>
+#include <tarvo/core/detail/containerpool.h>
 #include <tarvo/library/unloadsequence.h>
+#include <tarvo/streams/ckbasetypes.h>
+#include <tarvo/streams/ckiserializable.h>
 #include <tarvo/streams/ckstreamreadbinary.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
 #include <tarvo/streams/ckstreamwritebinary.h>
@@ -23,6 +26,7 @@ const CkRTTI CkStreamRead::RTTI(CK_T("CkStreamRead"), nullptr, nullptr);
 const CkRTTI CkStreamReadBinary::RTTI(CK_T("CkStreamReadBinary"), CkStreamRead::RTTI, nullptr, nullptr);
 const CkRTTI CkStreamWrite::RTTI(CK_T("CkStreamWrite"), nullptr, nullptr);
 const CkRTTI CkStreamWriteBinary::RTTI(CK_T("CkStreamWriteBinary"), CkStreamWrite::RTTI, nullptr, nullptr);
+const CkRTTI CkISerializable::RTTI(CK_T("CkISerializable"), nullptr, nullptr);
 const CkRTTI CkException::RTTI(CK_T("CkException"), nullptr, &CloneByFactory<CkException>);
 const CkRTTI CkExceptionPreconditionViolation::RTTI(CK_T("CkExceptionPreconditionViolation"), CkException::RTTI,
                                                     nullptr, &CloneByFactory<CkExceptionPreconditionViolation>);
@@ -30,6 +34,29 @@ const CkRTTI CkExceptionStream::RTTI(CK_T("CkExceptionStream"), CkException::RTT
                                      &CloneByFactory<CkExceptionStream>);
 const CkRTTI CkExceptionWrongFileVersion::RTTI(CK_T("CkExceptionWrongFileVersion"), CkException::RTTI, nullptr,
                                                &CloneByFactory<CkExceptionWrongFileVersion>);
+tarvo::detail::ContainerPool tarvo::detail::g_containerPool;
+const CkRTTI tarvo::detail::BaseTypeRecord::RTTI(CK_T("CkBaseType"), CkISerializable::RTTI, nullptr, nullptr);
+const CkRTTI CkBool::RTTI(CK_T("CkBool"), BaseTypeRecord::RTTI, &CreateByFactory<CkBool>, &CloneByFactory<CkBool>);
+const CkRTTI CkInt8::RTTI(CK_T("CkInt8"), BaseTypeRecord::RTTI, &CreateByFactory<CkInt8>, &CloneByFactory<CkInt8>);
+const CkRTTI CkInt16::RTTI(CK_T("CkInt16"), BaseTypeRecord::RTTI, &CreateByFactory<CkInt16>, &CloneByFactory<CkInt16>);
+const CkRTTI CkInt32::RTTI(CK_T("CkInt32"), BaseTypeRecord::RTTI, &CreateByFactory<CkInt32>, &CloneByFactory<CkInt32>);
+const CkRTTI CkLong::RTTI(CK_T("CkLong"), BaseTypeRecord::RTTI, &CreateByFactory<CkLong>, &CloneByFactory<CkLong>);
+const CkRTTI CkInt64::RTTI(CK_T("CkInt64"), BaseTypeRecord::RTTI, &CreateByFactory<CkInt64>, &CloneByFactory<CkInt64>);
+const CkRTTI CkUInt8::RTTI(CK_T("CkUInt8"), BaseTypeRecord::RTTI, &CreateByFactory<CkUInt8>, &CloneByFactory<CkUInt8>);
+const CkRTTI CkUInt16::RTTI(CK_T("CkUInt16"), BaseTypeRecord::RTTI, &CreateByFactory<CkUInt16>,
+                            &CloneByFactory<CkUInt16>);
+const CkRTTI CkUInt32::RTTI(CK_T("CkUInt32"), BaseTypeRecord::RTTI, &CreateByFactory<CkUInt32>,
+                            &CloneByFactory<CkUInt32>);
+const CkRTTI CkULong::RTTI(CK_T("CkULong"), BaseTypeRecord::RTTI, &CreateByFactory<CkULong>, &CloneByFactory<CkULong>);
+const CkRTTI CkUInt64::RTTI(CK_T("CkUInt64"), BaseTypeRecord::RTTI, &CreateByFactory<CkUInt64>,
+                            &CloneByFactory<CkUInt64>);
+const CkRTTI CkFloat32::RTTI(CK_T("CkFloat32"), BaseTypeRecord::RTTI, &CreateByFactory<CkFloat32>,
+                             &CloneByFactory<CkFloat32>);
+const CkRTTI CkFloat64::RTTI(CK_T("CkFloat64"), BaseTypeRecord::RTTI, &CreateByFactory<CkFloat64>,
+                             &CloneByFactory<CkFloat64>);
+const CkRTTI CkChar::RTTI(CK_T("CkChar"), BaseTypeRecord::RTTI, &CreateByFactory<CkChar>, &CloneByFactory<CkChar>);
+const CkRTTI CkString::RTTI(CK_T("CkString"), BaseTypeRecord::RTTI, &CreateByFactory<CkString>,
+                            &CloneByFactory<CkString>);
 
 namespace
 {

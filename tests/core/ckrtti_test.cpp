@@ -1,16 +1,14 @@
+#include <tarvo/core/ckexception.h>
 #include <tarvo/core/ckrtti.h>
+#include <tarvo/streams/ckbasetypes.h>
 #include <tarvo/streams/ckstreamreadbinary.h>
 
 #include <support/printers.h>
+#include <support/rttipeer.h>
 
 #include <gtest/gtest.h>
 
 #include <type_traits>
-
-struct CkRTTIPeer
-{
-    static bool IsDerivedFrom(const CkRTTI& record, const CkRTTI& base) { return record.isDerivedFrom(base); }
-};
 
 namespace
 {
@@ -76,4 +74,83 @@ TEST(RTTI, records_are_compared_by_identity)
     EXPECT_TRUE(one != two);
     EXPECT_EQ(one.GetName(), two.GetName());
     static_assert(!std::is_copy_constructible_v<CkRTTI> && !std::is_copy_assignable_v<CkRTTI>);
+}
+
+TEST(RTTI, the_library_registers_its_classes_with_what_they_can_do)
+{
+    struct Row
+    {
+        const WCHAR* name;
+        const WCHAR* base;
+        bool creates;
+        bool clones;
+    };
+    const Row rows[] = {
+        {CK_T("CkExceptionCondition"), CK_T("CkException"), false, true},
+        {CK_T("CkExceptionOutOfMemory"), CK_T("CkException"), false, true},
+        {CK_T("CkStreamWriteASCII"), CK_T("CkStreamWrite"), false, false},
+        {CK_T("CkStreamWriteASCIIString"), CK_T("CkStreamWriteASCII"), false, false},
+        {CK_T("CkStreamWriteASCIITrace"), CK_T("CkStreamWriteASCII"), false, false},
+        {CK_T("CkStreamWriteASCIITraceDiagnostic"), CK_T("CkStreamWriteASCII"), false, false},
+        {CK_T("CkStreamWriteBinaryByteCount"), CK_T("CkStreamWriteBinary"), false, false},
+        {CK_T("CkStreamRead"), nullptr, false, false},
+        {CK_T("CkStreamReadBinary"), CK_T("CkStreamRead"), false, false},
+        {CK_T("CkStreamWrite"), nullptr, false, false},
+        {CK_T("CkStreamWriteBinary"), CK_T("CkStreamWrite"), false, false},
+        {CK_T("CkISerializable"), nullptr, false, false},
+        {CK_T("CkException"), nullptr, false, true},
+        {CK_T("CkExceptionPreconditionViolation"), CK_T("CkException"), false, true},
+        {CK_T("CkExceptionStream"), CK_T("CkException"), false, true},
+        {CK_T("CkExceptionWrongFileVersion"), CK_T("CkException"), false, true},
+        {CK_T("CkBaseType"), CK_T("CkISerializable"), false, false},
+        {CK_T("CkBool"), CK_T("CkBaseType"), true, true},
+        {CK_T("CkString"), CK_T("CkBaseType"), true, true},
+    };
+    for (const Row& row : rows)
+    {
+        const CkRTTI* const record = CkRTTI::Find(row.name);
+        ASSERT_NE(record, nullptr) << CString(row.name).ToUtf8();
+        EXPECT_EQ(record->GetName(), row.name);
+        const CkRTTI** const bases = record->GetBaseClassRTTI();
+        EXPECT_EQ(bases != nullptr ? bases[1] : nullptr, row.base != nullptr ? CkRTTI::Find(row.base) : nullptr);
+        EXPECT_EQ(CkRTTIPeer::GetCreate(row.name) != nullptr, row.creates) << record->GetName().ToUtf8();
+        EXPECT_EQ(CkRTTIPeer::GetClone(row.name) != nullptr, row.clones) << record->GetName().ToUtf8();
+    }
+    EXPECT_EQ(CkRTTI::Find(CK_T("CkStreamRead")), &CkStreamRead::RTTI);
+}
+
+TEST(RTTI, registered_functions_make_and_copy_objects)
+{
+    const CkSmartPointer<CkISerializable> made =
+        static_cast<CkISerializable*>(CkRTTIPeer::GetCreate(CK_T("CkInt32"))());
+    EXPECT_TRUE(made->Is(CkInt32::RTTI));
+    EXPECT_EQ(**dynamic_cast<CkInt32*>(made.Get()), 0);
+
+    const CkException original(CK_T("file"), 7);
+    const CkSmartPointer<CkException> copy =
+        static_cast<CkException*>(CkRTTIPeer::GetClone(CK_T("CkException"))(&original));
+    EXPECT_NE(copy.Get(), &original);
+    EXPECT_EQ(copy->GetCodeLine(), 7u);
+}
+
+TEST(RTTI, a_name_is_known_by_its_exact_letters_and_stands_for_the_latest_record)
+{
+    for (const WCHAR* const unknown : {CK_T("ckexception"), CK_T("CkException "), CK_T("CkExceptio"), CK_T("")})
+    {
+        EXPECT_EQ(CkRTTI::Find(unknown), nullptr);
+        EXPECT_FALSE(CkRTTI::Find(CK_T("CkException"))->IsKindOf(unknown));
+        EXPECT_TRUE(CkRTTIPeer::GetCreate(unknown) == nullptr && CkRTTIPeer::GetClone(unknown) == nullptr);
+    }
+    EXPECT_TRUE(CkExceptionCondition::RTTI.IsKindOf(CK_T("CkException")));
+    EXPECT_TRUE(CkExceptionCondition::RTTI.IsKindOf(CK_T("CkExceptionCondition")));
+    EXPECT_FALSE(CkExceptionCondition::RTTI.IsKindOf(CK_T("CkExceptionStream")));
+
+    const CkRTTI base(CK_T("TestReplaced"), nullptr, nullptr);
+    const CkRTTI derived(CK_T("TestOfReplaced"), base, nullptr, nullptr);
+    EXPECT_TRUE(derived.IsKindOf(CK_T("TestReplaced")));
+    const CkRTTI newer(
+        CK_T("TestReplaced"), [] { return static_cast<void*>(nullptr); }, nullptr);
+    EXPECT_EQ(CkRTTI::Find(CK_T("TestReplaced")), &newer);
+    EXPECT_NE(CkRTTIPeer::GetCreate(CK_T("TestReplaced")), nullptr);
+    EXPECT_FALSE(derived.IsKindOf(CK_T("TestReplaced")));
 }

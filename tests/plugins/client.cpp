@@ -1,25 +1,17 @@
-// A client module with an exception class and singletons of its own, loaded and unloaded while the program runs.
+// A client module with classes and singletons of its own, loaded and unloaded while the program runs.
 
-#include <tarvo/tarvo.h>
+#include <plugins/client.h>
 
 #include <memory>
 #include <thread>
 
-namespace
-{
-class PluginException : public CkException
-{
-public:
-    PluginException() : CkException(CK_SOURCE_FILE, 1, RTTI) {}
-
-    static const CkRTTI RTTI;
-    const CkRTTI& GetRTTI() const override { return RTTI; }
-    static PluginException* Clone(const PluginException& exception) { return new PluginException(exception); }
-};
-
 const CkRTTI PluginException::RTTI(CK_T("PluginException"), CkException::RTTI, nullptr,
                                    &CloneByFactory<PluginException>);
+const CkRTTI PluginValue::RTTI(CK_T("PluginValue"), CkBaseType<short>::RTTI, &CreateByFactory<PluginValue>,
+                               &CloneByFactory<PluginValue>);
 
+namespace
+{
 class First : public CkSingleton<First>
 {
 public:
@@ -60,6 +52,13 @@ extern "C" int use(char* order)
     First::GetInstance().order = order;
     Second::GetInstance();
 
+    // Stays until the library goes, together with this module and before the module's code is gone.
+    int reports = 0;
+    const auto listen = [counted = std::make_shared<int*>(&reports)](auto, const auto&, auto, const auto&)
+    { ++**counted; };
+    CkLogListenerManager::GetInstance().RegisterListener(CkLogListenerManager::eEventUser5, listen, CK_T("^a?b$"));
+    CkLogListenerManager::GetInstance().NotifyListeners(CkLogListenerManager::eEventUser5, CString(), 1, CK_T("ab"));
+
     CkCriticalSection section(0);
     int guarded = 0;
     const auto work = [&]
@@ -84,5 +83,24 @@ extern "C" int use(char* order)
     {
         exception.Dump(stream);
     }
-    return guarded == 40 && stream->Find(CK_T("PluginException")) > 0 ? 0 : 1;
+    if (!CkISerializable::CreateByName(CK_T("PluginValue")))
+        return 2;
+    return guarded == 40 && reports == 1 && stream->Find(CK_T("PluginException")) > 0 ? 0 : 1;
+}
+
+extern "C" void raisePlugin()
+{
+    throw PluginException();
+}
+
+/// The record of the template as this module instantiates it.
+extern "C" const CkRTTI* baseTypeRecord()
+{
+    return &CkBaseType<unsigned short>().GetRTTI();
+}
+
+/// An object of the library's class, made here; the caller's.
+extern "C" CkISerializable* makeNumber()
+{
+    return new CkInt32(42);
 }

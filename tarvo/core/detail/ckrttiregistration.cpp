@@ -1,14 +1,16 @@
 #include <tarvo/core/detail/ckrttiregistration.h>
 
+#include <tarvo/containers/ckmap.h>
 #include <tarvo/library/unloadsequence.h>
 #include <tarvo/threads/ckcriticalsection.h>
 
-#include <memory>
-#include <unordered_map>
+#include <utility>
 
 namespace
 {
-using Registry = std::unordered_map<CString, CkRTTIRegistration::SRegistration>;
+using Registry = CkMap<CString, CkRTTIRegistration::SRegistration, 2, unsigned int, CkHashKey<CString>>;
+
+constexpr unsigned int entriesPerBlock = 1000;
 
 constinit tarvo::detail::Undestroyed<CkCriticalSection> g_lock;
 
@@ -32,19 +34,26 @@ Registry*& registry()
 
 void CkRTTIRegistration::Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone)
 {
+    if (!tryRegister(record.GetName(), {&record, create, clone}))
+        tarvo::detail::raisePlexOutOfMemory();
+}
+
+bool CkRTTIRegistration::tryRegister(const CString& name, const SRegistration& registration)
+{
     const CkCriticalSectionAuto guard(g_lock.object);
     Registry*& classes = registry();
     if (classes == nullptr)
-        classes = new Registry;
-    (*classes)[record.GetName()] = {&record, create, clone};
+        classes = new Registry(entriesPerBlock);
+    SRegistration* const entry = classes->TryAdd(name);
+    if (entry != nullptr)
+        *entry = registration;
+    return entry != nullptr;
 }
 
 CkRTTIRegistration::SRegistration CkRTTIRegistration::Find(const CString& name)
 {
     const CkCriticalSectionAuto guard(g_lock.object);
     const Registry* const classes = registry();
-    if (classes == nullptr)
-        return {};
-    const auto found = classes->find(name);
-    return found != classes->end() ? found->second : SRegistration();
+    const SRegistration* const found = classes != nullptr ? classes->Lookup(name) : nullptr;
+    return found != nullptr ? *found : SRegistration();
 }

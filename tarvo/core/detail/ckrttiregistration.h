@@ -20,4 +20,9 @@ public:
 
     /// What is registered under `name`; all null when there is nothing.
     static SRegistration Find(const CString& name);
+
+private:
+    /// False when there is no memory. The caller raises that, without the lock: exceptions are reported, and those who
+    /// listen may ask for classes on another thread.
+    static bool tryRegister(const CString& name, const SRegistration& registration);
 };

@@ -4,6 +4,7 @@
 #include <tarvo/platform/framework/cexception.h>
 #include <tarvo/platform/kernel/kernel.h>
 
+#include <algorithm>
 #include <compare>
 #include <concepts>
 #include <cstdarg>
@@ -105,6 +106,15 @@ public:
     std::string ToUtf8() const;
 
     int GetLength() const noexcept { return static_cast<int>(m_text.size()); }
+    /// The units that memory was allocated for; 0 while the text is so short that it lies in the object itself.
+    int GetAllocLength() const noexcept
+    {
+        const std::size_t capacity = m_text.capacity();
+        return capacity > TextBuffer().capacity()
+                   ? static_cast<int>(std::min(capacity, tarvo::framework::maxTextLength))
+                   : 0;
+    }
+
     bool IsEmpty() const noexcept { return m_text.empty(); }
     void Empty() noexcept { m_text.clear(); }
 
