@@ -1,8 +1,8 @@
 #include <tarvo/core/ckexception.h>
 
 #include <tarvo/core/ckformat.h>
+#include <tarvo/core/ckloglistenermanager.h>
 #include <tarvo/core/detail/ckrttiregistration.h>
-#include <tarvo/core/detail/exceptionreport.h>
 #include <tarvo/platform/framework/cexception.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
 
@@ -183,12 +183,15 @@ void CkException::dump(CkStreamWriteASCII& stream) const
 
 void CkException::dumpLog(const CkRTTI& rtti) const noexcept
 {
-    if (t_reportDepth == maximumReportDepth)
+    // No manager is made for the report: without one nobody listens, and making it takes the outermost lock, while
+    // exceptions are constructed under any.
+    CkLogListenerManager* const manager = CkLogListenerManager::FindInstance();
+    if (manager == nullptr || t_reportDepth == maximumReportDepth)
         return;
     ++t_reportDepth;
     try
     {
-        tarvo::detail::reportException(m_fileName, m_codeLine, rtti);
+        manager->NotifyListeners(CkLogListenerManager::eEventException, m_fileName, m_codeLine, rtti.GetName());
     }
     catch (CException* exception)
     {

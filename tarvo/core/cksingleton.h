@@ -9,7 +9,7 @@
 /// Base of a class with one instance in the process, made on first use: `class Log : public CkSingleton<Log>`, with a
 /// default constructor that only `friend class CkSingleton<Log>` can reach.
 ///
-/// Threads: both operations may be called from any thread. An existing instance costs one read; making one holds
+/// Threads: all operations may be called from any thread. An existing instance costs one read; making one holds
 /// `GetCriticalSectionSingleton()`, also while the constructor of `T` runs, which must not wait for a thread that loads
 /// a module or makes a singleton.
 /// Lifetime: the instance is destroyed when the module that made it goes, singletons first asked for later going first.
@@ -31,6 +31,9 @@ public:
 
     /// 1 when there is an instance, else 0. Makes none.
     static int HasInstance();
+
+    /// The instance, or null when there is none. Makes none and takes no lock, so it may be called under any.
+    static T* FindInstance() noexcept;
 
 protected:
     CkSingleton() = default;
@@ -70,6 +73,12 @@ int CkSingleton<T>::HasInstance()
 {
     const CkCriticalSectionAuto guard(GetCriticalSectionSingleton());
     return s_pInstance.load(std::memory_order_relaxed) != nullptr ? 1 : 0;
+}
+
+template <class T>
+T* CkSingleton<T>::FindInstance() noexcept
+{
+    return s_pInstance.load(std::memory_order_acquire);
 }
 
 template <class T>
