@@ -12,7 +12,7 @@ namespace
 template <class T>
 using Ours = CkList<T, 17, unsigned int>;
 
-/// What queues of tasks hold: a few words.
+/// An element of a few words, as the data of a listener is.
 struct Entry
 {
     explicit Entry(int number) : words{number, number, number, number} {}

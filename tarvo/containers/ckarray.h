@@ -352,7 +352,8 @@ protected:
         const unsigned int before = std::exchange(m_memoryElementCount, static_cast<unsigned int>(count));
         try
         {
-            if (keep != 0 && m_elementCount != 0)
+            // A new block takes over the elements alone; where they are all that there is, the heap may do better.
+            if (keep != 0 && m_elementCount != 0 && m_elementCount != before)
                 replaceBlock();
             else
                 reallocate();
@@ -429,10 +430,18 @@ private:
     /// Appends `value`, or an undefined element, to full storage; always 1.
     int grow(const T* value)
     {
-        const MemoryBlock valueStaysReadable = m_block;
-        enlarge(getNewAllocCount(), 1);
         if (value != nullptr)
-            this->copyconstruct(m_data[m_elementCount], *value);
+            return growAndAppend(*value);
+        enlarge(getNewAllocCount(), 1);
+        ++m_elementCount;
+        return 1;
+    }
+
+    /// By value: the one that was passed may be in the storage that goes.
+    int growAndAppend(T value)
+    {
+        enlarge(getNewAllocCount(), 1);
+        this->copyconstruct(m_data[m_elementCount], value);
         ++m_elementCount;
         return 1;
     }

@@ -73,12 +73,21 @@ protected:
         this->absorbElementCount(other);
     }
 
+    Node* unlinkHead() noexcept
+    {
+        Node* const node = std::exchange(m_head, m_head->next);
+        if (m_head == nullptr)
+            m_tail = nullptr;
+        return node;
+    }
+
     Node* m_head = nullptr;
     Node* m_tail = nullptr;
     CkSmartPointer<PlexManager> m_pool;
 };
 
-/// Links in both directions.
+/// Links in both directions. What the head has before it is not looked at, so that taking it off need not touch the one
+/// behind it.
 template <class T, int Flags, class C>
 class CkListPolicyDoubleLinked : public CkListBase<T, Flags, C>
 {
@@ -90,6 +99,7 @@ protected:
 
     void linkTail(Node* node) noexcept
     {
+        node->next = nullptr;
         node->previous = this->m_tail;
         (this->m_tail != nullptr ? this->m_tail->next : this->m_head) = node;
         this->m_tail = node;
@@ -102,17 +112,16 @@ protected:
         this->m_head = node;
     }
 
-    Node* unlinkHead() noexcept
-    {
-        Node* const node = std::exchange(this->m_head, this->m_head->next);
-        (this->m_head != nullptr ? this->m_head->previous : this->m_tail) = nullptr;
-        return node;
-    }
-
     Node* unlinkTail() noexcept
     {
-        Node* const node = std::exchange(this->m_tail, this->m_tail->previous);
-        (this->m_tail != nullptr ? this->m_tail->next : this->m_head) = nullptr;
+        Node* const node = this->m_tail;
+        if (node == this->m_head)
+        {
+            this->m_head = this->m_tail = nullptr;
+            return node;
+        }
+        this->m_tail = node->previous;
+        this->m_tail->next = nullptr;
         return node;
     }
 };
@@ -129,6 +138,7 @@ protected:
 
     void linkTail(Node* node) noexcept
     {
+        node->next = nullptr;
         (this->m_tail != nullptr ? this->m_tail->next : this->m_head) = node;
         this->m_tail = node;
     }
@@ -139,14 +149,6 @@ protected:
         if (this->m_head == nullptr)
             this->m_tail = node;
         this->m_head = node;
-    }
-
-    Node* unlinkHead() noexcept
-    {
-        Node* const node = std::exchange(this->m_head, this->m_head->next);
-        if (this->m_head == nullptr)
-            this->m_tail = nullptr;
-        return node;
     }
 };
 

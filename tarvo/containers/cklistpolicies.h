@@ -6,7 +6,7 @@
 
 // What lists are made of: their nodes and the small bases that each stand for one decision.
 
-/// A node of a list that is linked in both directions (1) or forwards alone (0).
+/// A node of a list that is linked in both directions (1) or forwards alone (0). The list sets the links.
 template <class T, int N>
 struct CkNodeLinked;
 
@@ -18,7 +18,7 @@ struct CkNodeLinked<T, 0>
     {
     }
 
-    CkNodeLinked* next = nullptr;
+    CkNodeLinked* next;
     T element;
 };
 
@@ -30,8 +30,8 @@ struct CkNodeLinked<T, 1>
     {
     }
 
-    CkNodeLinked* next = nullptr;
-    CkNodeLinked* previous = nullptr;
+    CkNodeLinked* next;
+    CkNodeLinked* previous;
     T element;
 };
 

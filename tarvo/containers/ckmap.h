@@ -248,14 +248,12 @@ private:
         if (association.next != nullptr)
             association.next->link = association.link;
         --m_count;
-        if (!m_index.IsActive())
-            return;
-        m_index.Remove(found.slot);
-        if (m_count >= indexFrom && m_index.GetCapacity() / 16 > m_count)
-            rebuildIndex(m_count); // a large one remains where there is no memory for a small one
+        // The index keeps its size: a map that was large is likely to be so again.
+        if (m_index.IsActive())
+            m_index.Remove(found.slot);
     }
 
-    /// An index of the entries with room for `count` in all; false, and the old one remains, when it cannot be had.
+    /// An index of the entries with room for `count` in all; false when it cannot be had.
     bool rebuildIndex(std::size_t count) noexcept
     {
         tarvo::detail::MapIndex index;

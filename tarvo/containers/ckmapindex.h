@@ -32,7 +32,6 @@ public:
     ~MapIndex() { std::free(m_slots); }
 
     bool IsActive() const noexcept { return m_slots != nullptr; }
-    std::size_t GetCapacity() const noexcept { return m_capacity; }
 
     /// Whether there is room for one more, not counting slots of removed entries.
     bool HasRoom() const noexcept { return 2 * (m_used + 1) <= m_capacity; }
