@@ -2,6 +2,7 @@
 
 #include <tarvo/core/ckexception.h>
 
+#include <cstdlib>
 #include <memory>
 #include <new>
 

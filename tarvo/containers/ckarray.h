@@ -34,17 +34,17 @@ TARVO_API CkSmartPointer<CkMemoryBlock<0, unsigned int>> newArrayBlock(unsigned 
 ///
 /// `N` selects how elements are compared and stored: 0 all at once as bytes, 1 one by one (compared with the element's
 /// own equality). Indexes are below the element count; only checked builds look. Values passed by reference may be
-/// elements of the array itself.
+/// elements of the array itself. A class that derives says `using Base::operator=;`, or its own would hide this one.
 ///
 /// The storage is a block of its own that may be shared (`GetMemoryBlock`). The array never resizes a block in place
 /// that others hold: it takes a new one, and they keep the old.
 ///
 /// Threads: one at a time. Blocks may be shared between arrays of different threads that only read them.
-/// Lifetime: pointers, references and iterators are valid until an operation says that it replaced the storage, by
-/// returning 1, and until elements in front of theirs are inserted or removed. Storage shrinks with
-/// `SetMemoryElementCount` alone.
+/// Lifetime: pointers, references and iterators are valid until the storage is replaced, which operations that return an
+/// `int` say by returning 1, and until elements in front of theirs are inserted or removed. Removing elements leaves the
+/// storage as it is; `SetMemoryElementCount` and assignment make it smaller as well.
 /// Failure: `CkExceptionOutOfMemory` when storage cannot be had or there would be more than 2^32 - 1 elements; the array
-/// is as before then.
+/// is as before then, except while it is read from a stream.
 ///
 /// | stored form        | bytes         | content                                                |
 /// |--------------------|---------------|--------------------------------------------------------|
@@ -58,6 +58,8 @@ class CkArray : public Policy<T, N>, public CkContainer<T>
 {
     static_assert(N == 0 || N == 1, "elements are treated all at once (0) or one by one (1)");
     static_assert(std::is_trivially_copyable_v<T>, "the elements of an array must be no more than their bytes");
+    static_assert(std::is_copy_assignable_v<T>, "the elements of an array are assigned to");
+    static_assert(sizeof(T) <= 0x10000, "values are on the stack while elements move");
     static_assert(alignof(T) <= alignof(std::max_align_t), "the heap aligns for fundamental types");
 
 public:
@@ -172,9 +174,9 @@ public:
 
     /// Insert before or after the element at `index`, a `value` or undefined content. With `grow` 0 the count stays and
     /// the last element falls off the end; what would stand behind the end is then not inserted at all. An empty array
-    /// takes what is inserted as its only element, if `grow` is not 0.
-    virtual int InsertBefore(ULONG index, const T& value, int grow) { return insert(index, value, grow); }
-    virtual int InsertBefore(ULONG index, int grow) { return makeRoom(index, grow); }
+    /// takes what is inserted at 0 as its only element, if `grow` is not 0.
+    virtual int InsertBefore(ULONG index, const T& value, int grow) { return insert(before(index), value, grow); }
+    virtual int InsertBefore(ULONG index, int grow) { return makeRoom(before(index), grow); }
     virtual int InsertAfter(ULONG index, const T& value, int grow) { return insert(behind(index), value, grow); }
     virtual int InsertAfter(ULONG index, int grow) { return makeRoom(behind(index), grow); }
 
@@ -298,7 +300,8 @@ public:
     /// is.
     ///
     /// Failure: `CkExceptionWrongFileVersion` for another width, a newer version or a count of 0xFFFFFFFF, the array as
-    /// before; `CkExceptionStream` where the elements end early, the array then empty; what the stream raises.
+    /// before; `CkExceptionStream` where the elements end early; what the stream raises. An array whose elements were
+    /// not all read is empty. The stream must not use the array meanwhile.
     void Serialize(CkStreamReadBinary& stream)
     {
         unsigned int count = 0;
@@ -365,7 +368,7 @@ protected:
         }
     }
 
-    /// The width of an element in bytes.
+    /// The width of an element in bytes, for `GetMemoryUsage`.
     virtual unsigned int getElementSize() const { return storedWidth; }
 
     MemoryBlock getMemoryBlock() const noexcept { return m_block; }
@@ -416,8 +419,8 @@ private:
     {
         m_growStep = other.m_growStep;
         m_elementCount = m_memoryElementCount = std::exchange(other.m_elementCount, 0);
-        setMemoryBlock(std::move(other.m_block));
-        other.m_data = nullptr;
+        setMemoryBlock(m_elementCount != 0 ? std::move(other.m_block) : MemoryBlock());
+        other.setMemoryBlock(MemoryBlock());
         other.m_memoryElementCount = 0;
     }
 
@@ -449,10 +452,21 @@ private:
     /// Takes a new block, with the elements in it as far as they have room.
     void replaceBlock()
     {
-        const MemoryBlock oldBlock = m_block;
-        const T* const old = m_data;
-        allocate();
-        this->copyconstruct(old, m_data, std::min(m_elementCount, m_memoryElementCount));
+        const MemoryBlock old = m_block;
+        const unsigned int count = m_memoryElementCount;
+        release();
+        m_memoryElementCount = count;
+        try
+        {
+            allocate();
+        }
+        catch (...)
+        {
+            setMemoryBlock(old);
+            throw;
+        }
+        if (old)
+            this->copyconstruct(static_cast<T*>(old->GetStorage()), m_data, std::min(m_elementCount, count));
     }
 
     void moveElements(std::size_t from, std::size_t to, std::size_t count) noexcept
@@ -461,7 +475,14 @@ private:
             std::memmove(static_cast<void*>(m_data + to), m_data + from, bytesOf(count));
     }
 
-    std::size_t behind(ULONG index) const noexcept { return m_elementCount != 0 ? index + std::size_t{1} : 0; }
+    // Where what is inserted will stand.
+
+    std::size_t before(ULONG index) const noexcept { return index == 0 ? 0 : requireIndex(index); }
+
+    std::size_t behind(ULONG index) const noexcept
+    {
+        return index == 0 && m_elementCount == 0 ? 0 : requireIndex(index) + std::size_t{1};
+    }
 
     int makeRoom(std::size_t position, int grow)
     {

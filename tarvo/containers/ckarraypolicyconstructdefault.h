@@ -6,7 +6,7 @@
 /// How an array treats elements that are no more than their bytes: a new slot holds what its memory held, an element is
 /// copied as bytes, and one that goes leaves nothing to do.
 ///
-/// In the range of `copyconstruct` source and destination may be the same, but not overlap otherwise.
+/// In the range of `copyconstruct` source and destination may overlap.
 template <class T, int N>
 class CkArrayPolicyConstructDefault
 {
@@ -23,8 +23,8 @@ protected:
 
     void copyconstruct(const T* source, T* destination, unsigned int count) const noexcept
     {
-        if (count != 0 && source != destination)
-            std::memcpy(static_cast<void*>(destination), source, std::size_t{count} * sizeof(T));
+        if (count != 0)
+            std::memmove(static_cast<void*>(destination), source, std::size_t{count} * sizeof(T));
     }
 
     /// Fills the elements with zero bytes.

@@ -25,6 +25,14 @@ public:
     /// The end of every container.
     ContainerIterator() noexcept = default;
 
+    /// The same place for those who do not change elements.
+    template <class U>
+        requires(std::is_const_v<T> && std::is_same_v<U, value_type>)
+    ContainerIterator(const ContainerIterator<U>& other) noexcept
+        : m_container(other.m_container), m_position(other.m_position)
+    {
+    }
+
     /// The first element of `container`.
     explicit ContainerIterator(Container& container) : m_container(&container)
     {
@@ -52,6 +60,8 @@ public:
     bool operator==(const ContainerIterator&) const noexcept = default;
 
 private:
+    friend class ContainerIterator<const T>;
+
     void recognizeEnd()
     {
         if (!m_container->hasMoreElements(m_position))

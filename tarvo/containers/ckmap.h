@@ -43,8 +43,9 @@ struct CkMapTypes
 ///
 /// Threads: one at a time.
 /// Lifetime: entries stay where they are until they are removed; positions, iterators and pointers to values stay valid
-/// that long. An entry is detached before it is destroyed, so destructors of keys and values may use the map. A map that
-/// was moved from is empty; with `N` = 0 it has no pool then and takes no entries, as one of block size 0.
+/// that long. An entry is detached before it is destroyed, so destructors of keys and values may use the map, but not
+/// move, assign or destroy it; constructors must not use it. A map that was moved from is empty; with `N` = 0 it has no
+/// pool then and takes no entries, as one of block size 0.
 /// Failure: adding raises `CkExceptionOutOfMemory` when the pool has no memory, and what copying the key and
 /// constructing the value throw; the map is as before then. Without memory for an index only the time suffers.
 template <class K, class V, int N, class C, class Hash = CkHashKey<K>>
@@ -68,7 +69,7 @@ public:
     CkMap& operator=(const CkMap&) = delete;
 
     /// The entries stay where they are.
-    CkMap(CkMap&& other) : PoolPolicy(N == 2 ? 1 : 0) { take(other); }
+    CkMap(CkMap&& other) noexcept : PoolPolicy(N == 2 ? 1 : 0) { take(other); }
 
     CkMap& operator=(CkMap&& other) noexcept
     {
@@ -162,8 +163,6 @@ public:
     bool IsEmpty() const noexcept { return m_count == 0; }
 
 private:
-    friend struct CkMapPeer;
-
     static constexpr unsigned int bucketCount = 17;
 
     /// With fewer entries the chains are as short as an index needs to be probed.
@@ -227,8 +226,7 @@ private:
 
     void insert(Association& association) noexcept
     {
-        if (m_count >= indexFrom && !m_index.HasRoom() && !rebuildIndex(m_count + std::size_t{1}))
-            m_index.Discard();
+        makeRoomInIndex();
         Association*& head = m_buckets[association.hash % bucketCount];
         association.bucketIndex = association.hash % bucketCount;
         association.link = &head;
@@ -251,6 +249,13 @@ private:
         // The index keeps its size: a map that was large is likely to be so again.
         if (m_index.IsActive())
             m_index.Remove(found.slot);
+    }
+
+    /// An index that is full, of removed entries as a rule, is made anew, or given up where the map is small by now.
+    void makeRoomInIndex() noexcept
+    {
+        if (!m_index.HasRoom() && (m_count < indexFrom || !rebuildIndex(m_count + std::size_t{1})))
+            m_index.Discard();
     }
 
     /// An index of the entries with room for `count` in all; false when it cannot be had.

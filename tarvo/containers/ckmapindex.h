@@ -33,7 +33,7 @@ public:
 
     bool IsActive() const noexcept { return m_slots != nullptr; }
 
-    /// Whether there is room for one more, not counting slots of removed entries.
+    /// Whether there is room for one more and the table is active. Slots of removed entries are not yet free.
     bool HasRoom() const noexcept { return 2 * (m_used + 1) <= m_capacity; }
 
     /// The number of slots for `count` entries with room to grow.
@@ -53,7 +53,11 @@ public:
     }
 
     /// Gives the table back.
-    void Discard() noexcept { MapIndex().swap(*this); }
+    void Discard() noexcept
+    {
+        if (IsActive())
+            MapIndex().swap(*this);
+    }
 
     void swap(MapIndex& other) noexcept
     {

@@ -5,6 +5,7 @@
 #include <tarvo/threads/ckcriticalsection.h>
 
 #include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -39,7 +40,7 @@ TARVO_API void requirePlexBlockSize(bool positive);
 /// Threads: with `A` = 1 every operation may be called from any thread and takes the pool's own lock, under which
 /// nothing of the client runs; with `A` = 0 one thread at a time.
 /// Lifetime: shared by reference. Blocks stay until the pool goes, and go whether or not their nodes are in use: what is
-/// constructed in them must have been destroyed. The pool's memory only grows.
+/// constructed in them must have been destroyed. The pool's memory only grows, unless `Take` replaces all of it.
 /// Failure: `CkExceptionOutOfMemory` when no block can be had, the pool as it was; with `A` = 1 also what entering and
 /// leaving a `CkCriticalSection` raises.
 template <class Node, int A, int B, class C>
@@ -47,6 +48,7 @@ class CkPlexManager : public CkReferenceCountedClass<CkPlexManager<Node, A, B, C
 {
     static_assert(A == 0 || A == 1, "a pool locks itself (1) or does not (0)");
     static_assert(B == 0, "there is one kind of pool");
+    static_assert(std::unsigned_integral<C> && sizeof(C) >= 4, "elements are counted in 32 or 64 bits");
 
 public:
     /// `blockSize` nodes make one block; 0 raises `CkExceptionPreconditionViolation`. Obtains none yet.

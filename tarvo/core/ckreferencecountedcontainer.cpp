@@ -14,6 +14,9 @@ void ReleaseReferenceCountedContainer(const CkReferenceCountedClassBase* contain
     if (container == nullptr)
         return;
     // All that the pool hands out was made as one of these, and not const.
-    auto* const mine = const_cast<CkReferenceCountedClassBase*>(container);
-    tarvo::detail::g_containerPool.object.Destroy(static_cast<tarvo::detail::PooledContainer*>(mine));
+    auto* const base = const_cast<CkReferenceCountedClassBase*>(container);
+    auto* const mine = static_cast<tarvo::detail::PooledContainer*>(base);
+    if (TARVO_CHECKED && mine->GetReferenceCount() != 0)
+        tarvo::detail::trap("a container to which there are references was given back");
+    tarvo::detail::g_containerPool.object.Destroy(mine);
 }

@@ -44,7 +44,7 @@ public:
 /// Elements so large that no heap has room for many.
 struct Huge
 {
-    unsigned char bytes[1u << 20];
+    unsigned char bytes[1u << 16];
 };
 
 template <class Exception>
@@ -210,8 +210,11 @@ TEST(Array, copies_are_deep_and_moves_leave_an_array_that_can_be_used)
     copy[0] = 9;
     EXPECT_EQ(original[0], 1);
     EXPECT_EQ(copy.GetMemoryElementCount(), 3u);
+    copy.SetMemoryElementCount(100, 1);
+    copy.SetGrowExponentially();
     copy = original;
     EXPECT_TRUE(copy == original);
+    EXPECT_EQ(copy.GetMemoryElementCount(), 3u) << "storage for just these";
     copy = static_cast<const IntArray&>(copy);
     EXPECT_EQ(contentOf(copy), (std::vector{1, 2, 3}));
     copy.SetMemoryElementCount(3, 1);
@@ -239,13 +242,17 @@ TEST(Array, storage_that_others_hold_is_never_changed_in_place)
         const char* what;
         std::function<void(SharingArray&, const IntArray&)> change;
         std::vector<int> expected;
+        bool stillShares = false;
     };
     const Row rows[] = {
         {"grows", [](SharingArray& a, const IntArray&) { a.AddTail(a[0]); }, {1, 2, 3, 1}},
         {"keeps", [](SharingArray& a, const IntArray&) { a.SetMemoryElementCount(50, 1); }, {1, 2, 3}},
         {"does not keep", [](SharingArray& a, const IntArray&) { a.SetMemoryElementCount(50, 0); }, {1, 2, 3}},
         {"shrinks", [](SharingArray& a, const IntArray&) { a.SetMemoryElementCount(2, 0); }, {1, 2}},
-        {"is assigned what it shares", [](SharingArray& a, const IntArray& b) { a.IntArray::operator=(b); }, {1, 2, 3}},
+        {"is assigned what it shares",
+         [](SharingArray& a, const IntArray& b) { a.IntArray::operator=(b); },
+         {1, 2, 3},
+         true},
         {"gives up", [](SharingArray& a, const IntArray&) { a.SetMemoryElementCount(0, 0); }, {}},
     };
     for (const Row& row : rows)
@@ -257,6 +264,7 @@ TEST(Array, storage_that_others_hold_is_never_changed_in_place)
         const int* const before = owner.GetData();
         row.change(sharing, owner);
         EXPECT_EQ(contentOf(sharing), row.expected) << row.what;
+        EXPECT_EQ(sharing.GetData() == before, row.stillShares) << row.what;
         EXPECT_EQ(owner.GetData(), before);
         EXPECT_EQ(contentOf(owner), (std::vector{1, 2, 3})) << row.what;
     }

@@ -151,10 +151,10 @@ TEST(List, several_share_a_pool_and_reuse_each_others_nodes_the_last_released_fi
 TEST(List, an_element_that_cannot_be_constructed_leaves_the_list_as_it_was)
 {
     {
-        DoubleList<Fragile> list(2u);
-        const void* const first = &list.AddTail(Fragile(1));
-        list.RemoveTail();
+        DoubleList<Fragile> list(20u);
         list.AddTail(Fragile(2));
+        const void* const next = &list.AddTail();
+        list.RemoveTail();
         for (const auto& add : {std::function<void()>([&] { list.AddTail(); }),
                                 std::function<void()>([&] { list.AddTail(list.GetHead()); }),
                                 std::function<void()>([&] { list.AddHead(list.GetHead()); })})
@@ -163,7 +163,7 @@ TEST(List, an_element_that_cannot_be_constructed_leaves_the_list_as_it_was)
             EXPECT_THROW(add(), std::runtime_error);
             EXPECT_EQ(contentOf(list), std::vector<Fragile>{2});
         }
-        EXPECT_EQ(&list.GetHead(), first);
+        EXPECT_EQ(&list.AddTail(), next) << "the node went back";
     }
     EXPECT_EQ(Fragile::Living(), 0);
 }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <list>
 #include <random>
 #include <string>
@@ -116,11 +117,27 @@ void compareWithModel(M& map, MakeKey makeKey)
     }
 }
 
-/// Every key has the same hash.
-struct SameHash
+/// A key that is no number, so that its hash is all that is known of it; ten of them share one.
+struct Name
 {
-    unsigned int operator()(int) const noexcept { return 5; }
+    int number;
+
+    bool operator==(const Name&) const = default;
 };
+
+struct NameHash
+{
+    unsigned int operator()(const Name& name) const noexcept { return static_cast<unsigned int>(name.number) / 10; }
+};
+
+/// The number whose place in an index of 256 slots is `slot`.
+int numberAt(std::uint32_t slot)
+{
+    int number = 0;
+    while (tarvo::detail::mixForIndex(static_cast<std::uint64_t>(number)) >> 24 != slot)
+        ++number;
+    return number;
+}
 } // namespace
 
 TEST(HashKey, is_what_the_order_of_iteration_builds_on)
@@ -153,15 +170,38 @@ TEST(Map, keeps_its_order_and_its_entries_at_every_size)
     compareWithModel<decltype(texts), CString>(texts, keyText);
 }
 
-TEST(Map, serves_keys_that_all_have_one_hash)
+TEST(Map, tells_keys_of_one_hash_apart)
 {
-    CkMap<int, int, 0, unsigned int, SameHash> map(10);
-    for (int i = 0; i < 500; ++i)
-        map[i] = i;
-    for (int i = 0; i < 500; i += 2)
-        EXPECT_TRUE(map.RemoveKey(i));
-    for (int i = 0; i < 500; ++i)
-        EXPECT_EQ(map.Contains(i), i % 2 != 0);
+    for (int count : {30, 500})
+    {
+        CkMap<Name, int, 0, unsigned int, NameHash> map(10);
+        for (int i = 0; i < count; ++i)
+            map[Name{i}] = i;
+        for (int i = 0; i < count; i += 2)
+            EXPECT_TRUE(map.RemoveKey(Name{i}));
+        for (int i = 0; i < count; ++i)
+            EXPECT_EQ(map.Contains(Name{i}), i % 2 != 0);
+        map.RemoveAll();
+        EXPECT_FALSE(map.Contains(Name{1}));
+    }
+}
+
+// The slots of removed entries must not fill the index while there are too few entries to make it anew.
+TEST(Map, that_was_large_stays_good_for_a_few_entries_that_come_and_go)
+{
+    Map<int, int> map(10);
+    for (int i = 0; i < 65; ++i)
+        map[-1 - i] = i;
+    for (int i = 0; i < 65; ++i)
+        map.RemoveKey(-1 - i);
+    map[numberAt(255)] = 1;
+    for (std::uint32_t slot = 255; slot-- > 0;)
+    {
+        map[numberAt(slot)] = 1;
+        EXPECT_TRUE(map.RemoveKey(numberAt(slot)));
+    }
+    EXPECT_FALSE(map.Contains(-5));
+    EXPECT_TRUE(map.Contains(numberAt(255)) && map.GetCount() == 1);
 }
 
 TEST(Map, texts_are_equal_by_length_and_units)
@@ -172,6 +212,9 @@ TEST(Map, texts_are_equal_by_length_and_units)
     map[CK_T("A")] = 3;
     EXPECT_EQ(map.GetCount(), 3u);
     EXPECT_EQ(*map.Lookup(CString(CK_T("a\0b"), 3)), 1);
+    EXPECT_EQ(CkHashKey<CString>()(CK_T("Aa")), CkHashKey<CString>()(CK_T("B@")));
+    map[CK_T("Aa")] = 4;
+    EXPECT_FALSE(map.Contains(CK_T("B@")));
     EXPECT_EQ(map.Lookup(CString(CK_T("a\0c"), 3)), nullptr);
 }
 
@@ -243,9 +286,13 @@ TEST(Map, moves_its_entries)
         auto to(std::move(from));
         EXPECT_TRUE(from.IsEmpty() && contentOf(from).empty() && !from.Contains(77));
         EXPECT_TRUE(contentOf(to) == content && to.Lookup(77) == value);
+        for (int i = 299; i >= 283; --i)
+            EXPECT_TRUE(to.RemoveKey(i));
+        EXPECT_EQ(contentOf(to).size(), 283u);
+        const auto rest = contentOf(to);
         from = std::move(to);
-        EXPECT_TRUE(contentOf(from) == content && to.IsEmpty());
-        for (int i = 299; i >= 0; --i)
+        EXPECT_TRUE(contentOf(from) == rest && to.IsEmpty());
+        for (int i = 282; i >= 0; --i)
             EXPECT_TRUE(from.RemoveKey(i));
         EXPECT_TRUE(contentOf(from).empty());
         from[1] = 2;
