@@ -1,3 +1,5 @@
+#include <tarvo/config.h>
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -61,6 +63,17 @@ private:
     bool m_ended = false;
 };
 } // namespace
+
+// The heaps of the sanitizers would end the process where tests ask for more memory than there is.
+extern "C" TARVO_EXPORT const char* __asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
+extern "C" TARVO_EXPORT const char* __tsan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
 
 int main(int argc, char** argv)
 {
