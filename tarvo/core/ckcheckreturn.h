@@ -41,13 +41,21 @@ public:
 
     ~CkCheckReturn() { complainUnlessChecked(); }
 
-    /// Both fulfil the duty.
-    operator T() const { return GetValue(); }
+    // All of them fulfil the duty.
 
-    T GetValue() const
+    operator T() const& { return GetValue(); }
+    operator T() && { return std::move(*this).GetValue(); }
+
+    T GetValue() const&
     {
         m_checked = true;
         return m_value;
+    }
+
+    T GetValue() &&
+    {
+        m_checked = true;
+        return std::move(m_value);
     }
 
 private:

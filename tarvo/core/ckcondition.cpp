@@ -24,6 +24,12 @@ template <int N>
 CkConditionBase<N>::~CkConditionBase() noexcept(false) = default;
 
 template <int N>
+bool CkConditionBase<N>::IsFulfilled() const noexcept
+{
+    return m_fulfilled;
+}
+
+template <int N>
 void CkConditionBase<N>::Evaluate()
 {
     m_fulfilled = m_condition();

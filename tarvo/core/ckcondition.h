@@ -42,7 +42,7 @@ public:
     void Evaluate();
 
     /// The result of the latest evaluation.
-    bool IsFulfilled() const noexcept { return m_fulfilled; }
+    bool IsFulfilled() const noexcept;
 
 protected:
     /// Evaluates and reports at any level, and raises nothing.
@@ -81,6 +81,7 @@ public:
 /// What must hold at the beginning and at the end of a scope. Evaluated when constructed and when destroyed; a copy is
 /// evaluated when it is destroyed as well.
 ///
+/// Lifetime: automatic, in the scope that it speaks of.
 /// Failure: the destructor raises as `Evaluate` does, unless an exception that came after the construction is unwinding
 /// the stack. Then it only reports, and nothing leaves it.
 template <int N>
@@ -107,12 +108,13 @@ template <>
 class CkConditionBase<3>
 {
 public:
-    template <tarvo::detail::ConditionCallable Condition>
+    template <tarvo::detail::ConditionCallable Condition = std::function<bool()>>
     CkConditionBase(CkLogListenerManager::EEventType, const WCHAR*, unsigned int, const Condition&) noexcept
     {
     }
 
     void Evaluate() noexcept {}
+    bool IsFulfilled() const noexcept { return true; }
 
 protected:
     CkConditionBase() noexcept = default;
@@ -122,7 +124,7 @@ template <>
 class CkPreCondition<3> : public CkConditionBase<3>
 {
 public:
-    template <tarvo::detail::ConditionCallable Condition>
+    template <tarvo::detail::ConditionCallable Condition = std::function<bool()>>
     CkPreCondition(const WCHAR*, unsigned int, const Condition&) noexcept
     {
     }
@@ -132,7 +134,7 @@ template <>
 class CkPostCondition<3> : public CkConditionBase<3>
 {
 public:
-    template <tarvo::detail::ConditionCallable Condition>
+    template <tarvo::detail::ConditionCallable Condition = std::function<bool()>>
     CkPostCondition(const WCHAR*, unsigned int, const Condition&) noexcept
     {
     }
@@ -142,7 +144,7 @@ template <>
 class CkInvariant<3> : public CkConditionBase<3>
 {
 public:
-    template <tarvo::detail::ConditionCallable Condition>
+    template <tarvo::detail::ConditionCallable Condition = std::function<bool()>>
     CkInvariant(const WCHAR*, unsigned int, const Condition&) noexcept
     {
     }

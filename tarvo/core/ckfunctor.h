@@ -157,6 +157,10 @@ public:
     {
     }
 
+    template <class T, class Member>
+        requires std::is_member_function_pointer_v<Member>
+    FunctorBase(const T&& temporary, Member member) = delete;
+
     /// Calls `member` of `object` and owns a share of it.
     template <class T, int N, class C, class Member>
         requires(std::is_member_function_pointer_v<Member> && isCallable<BoundMember<CkSmartPointer<T, N, C>, Member>>)
@@ -186,7 +190,7 @@ private:
 ///
 /// Threads: a functor is a value for one thread at a time. Copies share what they call, which must stand it where they
 /// are called on several threads.
-/// Lifetime: what is called goes with the last copy. Its code must be there until then: a module that has given functors
+/// Lifetime: what is called goes with the last copy, so it must not replace its own functor while it runs. Its code must be there until then: a module that has given functors
 /// away stays loaded.
 /// Failure: calling an empty functor raises `CkException`; construction raises what allocation and copying the callable
 /// raise.

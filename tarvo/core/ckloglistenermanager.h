@@ -26,14 +26,15 @@ extern template class TARVO_API CkSingleton<CkLogListenerManager>;
 /// run: they are called one after another, in the order of their registration, on the thread that reports. A listener
 /// may itself report, register listeners and construct exceptions; what it registers for the type that is being
 /// reported is called from the next report on. It must not wait for another thread that may report or register, nor
-/// enter a lock under which any thread may do so, which goes for constructing an exception as well. A report of a type
-/// that nobody listens to takes no lock.
+/// enter a lock under which any thread may do so, which goes for constructing an exception as well; so it does not ask
+/// for a singleton that may not be made yet, nor whether there is one. A report of a type that nobody listens to takes
+/// no lock.
 /// Lifetime: made by whoever asks for the instance first, destroyed when the library is unloaded; what is reported
 /// after that reaches nobody. Listeners are never removed, and the modules that their code is in stay loaded.
 /// Failure: registering raises what copying and allocation raise, and `std::regex_error` for a filter that is none; the
 /// manager is as before then. What a listener raises ends the report, the listeners behind it are not called, and the
-/// exception goes to the one who reports, as does the `CkException` of an empty listener and the `std::regex_error` of
-/// a filter that gives up. A report by the constructor of an exception drops it.
+/// exception goes to the one who reports, as does the `CkException` of an empty listener. A report by the constructor
+/// of an exception drops it.
 class TARVO_API CkLogListenerManager : public CkSingleton<CkLogListenerManager>
 {
 public:

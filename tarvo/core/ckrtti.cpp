@@ -47,8 +47,10 @@ CkRTTI::CkRTTI(const CString& name, const CkRTTI& base1, const CkRTTI& base2, co
 
 CkRTTI::~CkRTTI()
 {
-    if (!tarvo::detail::isLeftToProcess())
-        forgetName();
+    if (tarvo::detail::isLeftToProcess())
+        return;
+    CkRTTIRegistration::Unregister(*this);
+    forgetName();
 }
 
 const CkRTTI* CkRTTI::Find(const CString& name)

@@ -38,7 +38,8 @@ public:
     CkRTTI(const CkRTTI&) = delete;
     CkRTTI& operator=(const CkRTTI&) = delete;
 
-    /// Leaves the registration in place; the name must not be looked up afterwards.
+    /// Takes the registration back, unless the name has been registered anew. Objects and functions of the class that
+    /// were found before must not be in use any more.
     ~CkRTTI();
 
     /// The record registered under `name`, with exactly these letters; null when there is none.

@@ -3,6 +3,7 @@
 #include <tarvo/core/ckexception.h>
 #include <tarvo/library/unloadsequence.h>
 #include <tarvo/platform/kernel/processor.h>
+#include <tarvo/platform/kernel/unloading.h>
 
 #include <algorithm>
 #include <exception>
@@ -31,7 +32,8 @@ bool CkCriticalSection::lock(bool& acquired, unsigned int timeoutMs) noexcept
 
 bool CkCriticalSection::perfLock(ULONG threadId, unsigned int timeoutMs) noexcept
 {
-    return spin(threadId) || (ensureSemaphore() && sleepUntilAcquired(threadId, timeoutMs));
+    return spin(threadId) || takeFromStopped(threadId) ||
+           (ensureSemaphore() && sleepUntilAcquired(threadId, timeoutMs));
 }
 
 bool CkCriticalSection::perfLockKernel(ULONG threadId, unsigned int timeoutMs) noexcept
@@ -48,6 +50,16 @@ bool CkCriticalSection::spin(ULONG threadId) noexcept
         tarvo::kernel::spinPause();
     }
     return false;
+}
+
+// What the owner was about to change may be half done. But the process ends, and must not hang instead.
+bool CkCriticalSection::takeFromStopped(ULONG threadId) noexcept
+{
+    if (!tarvo::kernel::areOtherThreadsGone())
+        return false;
+    m_owner.store(threadId, std::memory_order_relaxed);
+    m_recursionCount = 0;
+    return true;
 }
 
 bool CkCriticalSection::ensureSemaphore() noexcept

@@ -117,6 +117,9 @@ private:
     WaitStep waitStep(ULONG threadId, DWORD start, unsigned int timeoutMs, bool seen) noexcept;
 
     bool spin(ULONG threadId) noexcept;
+
+    /// Acquires from an owner that the end of the process has stopped, and that would never leave.
+    bool takeFromStopped(ULONG threadId) noexcept;
     bool ensureSemaphore() noexcept;
     void enterSlow(ULONG threadId);
     void wakeOne();

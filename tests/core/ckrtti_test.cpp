@@ -65,17 +65,6 @@ TEST(RTTI, the_table_holds_the_number_and_the_bases_in_their_order)
     EXPECT_EQ(CkStreamReadBinary::RTTI.GetBaseClassRTTI()[1], &CkStreamRead::RTTI);
 }
 
-TEST(RTTI, records_are_compared_by_identity)
-{
-    const CkRTTI one(CK_T("TestSameName"), nullptr, nullptr);
-    const CkRTTI two(CK_T("TestSameName"), nullptr, nullptr);
-    EXPECT_TRUE(one == one && one.Is(one));
-    EXPECT_FALSE(one == two || one.Is(two) || one.IsKindOf(two));
-    EXPECT_TRUE(one != two);
-    EXPECT_EQ(one.GetName(), two.GetName());
-    static_assert(!std::is_copy_constructible_v<CkRTTI> && !std::is_copy_assignable_v<CkRTTI>);
-}
-
 TEST(RTTI, the_library_registers_its_classes_with_what_they_can_do)
 {
     struct Row
@@ -117,20 +106,6 @@ TEST(RTTI, the_library_registers_its_classes_with_what_they_can_do)
         EXPECT_EQ(CkRTTIPeer::GetClone(row.name) != nullptr, row.clones) << record->GetName().ToUtf8();
     }
     EXPECT_EQ(CkRTTI::Find(CK_T("CkStreamRead")), &CkStreamRead::RTTI);
-}
-
-TEST(RTTI, registered_functions_make_and_copy_objects)
-{
-    const CkSmartPointer<CkISerializable> made =
-        static_cast<CkISerializable*>(CkRTTIPeer::GetCreate(CK_T("CkInt32"))());
-    EXPECT_TRUE(made->Is(CkInt32::RTTI));
-    EXPECT_EQ(**dynamic_cast<CkInt32*>(made.Get()), 0);
-
-    const CkException original(CK_T("file"), 7);
-    const CkSmartPointer<CkException> copy =
-        static_cast<CkException*>(CkRTTIPeer::GetClone(CK_T("CkException"))(&original));
-    EXPECT_NE(copy.Get(), &original);
-    EXPECT_EQ(copy->GetCodeLine(), 7u);
 }
 
 TEST(RTTI, a_name_is_known_by_its_exact_letters_and_stands_for_the_latest_record)

@@ -44,14 +44,6 @@ public:
 };
 } // namespace
 
-TEST(Singleton, is_made_by_the_first_request_only)
-{
-    EXPECT_EQ(CkSingleton<Plain>::HasInstance(), 0);
-    Plain& instance = Plain::GetInstance();
-    EXPECT_EQ(&Plain::GetInstance(), &instance);
-    EXPECT_EQ(Plain::HasInstance(), 1);
-}
-
 TEST(Singleton, a_failed_construction_is_tried_again)
 {
     EXPECT_THROW(Stubborn::GetInstance(), std::runtime_error);

@@ -2,6 +2,8 @@
 
 #include <tarvo/tarvo.h>
 
+#include <support/dynamiclibrary.h>
+
 #include <cstdlib>
 #include <string_view>
 #include <thread>
@@ -88,6 +90,10 @@ int main()
     static CkCriticalSection section(10);
     Earlier::GetInstance();
     Later::GetInstance();
+    CkLogListenerManager::GetInstance().RegisterListener(CkLogListenerManager::eEventException,
+                                                         [](auto, const auto&, auto, const auto&) {});
+    if (dynamiclibrary::load("tarvo_plugin_late") == nullptr)
+        fail(15);
     for (int i = 0; i < 3; ++i)
         std::thread(workForEver, std::ref(section)).detach();
     for (int i = 0; i < 100; ++i)

@@ -151,6 +151,7 @@ void useClient()
         number = dynamiclibrary::find<CkISerializable*()>(module, "makeNumber")();
         dynamiclibrary::unload(module);
         expect(!dynamiclibrary::isLoaded("tarvo_plugin_client"), "the client goes");
+        expect(!CkISerializable::CreateByName(CK_T("PluginValue")), "and its classes with it");
     }
     done = true;
     first.join();

@@ -179,21 +179,6 @@ TEST(BaseTypes, copies_take_the_value_and_no_references)
     EXPECT_EQ(**shared, 6);
 }
 
-TEST(BaseTypes, a_wrapper_stands_for_its_value)
-{
-    CkString text(CK_T("abc"));
-    text->Append(CK_T("d"));
-    const CString& inside = text;
-    EXPECT_EQ(inside, CK_T("abcd"));
-    text = CString(CK_T("x"));
-    EXPECT_EQ(inside, CK_T("x"));
-    CkInt16 number;
-    short& alias = number;
-    alias = 3;
-    EXPECT_EQ(std::as_const(number) + 1, 4);
-    static_assert(std::is_same_v<decltype(*std::as_const(number)), const short&>);
-}
-
 TEST(Serializable, factories_find_the_object_whatever_the_place_of_the_base)
 {
     const Object made = CkISerializable::CreateByName(CK_T("TestBehind"));

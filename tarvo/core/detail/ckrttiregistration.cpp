@@ -50,6 +50,20 @@ bool CkRTTIRegistration::tryRegister(const CString& name, const SRegistration& r
     return entry != nullptr;
 }
 
+void CkRTTIRegistration::Unregister(const CkRTTI& record) noexcept
+try
+{
+    const CkCriticalSectionAuto guard(g_lock.object);
+    Registry* const classes = registry();
+    const SRegistration* const found = classes != nullptr ? classes->Lookup(record.GetName()) : nullptr;
+    if (found != nullptr && found->record == &record)
+        classes->RemoveKey(record.GetName());
+}
+catch (...)
+{
+    // Without the lock the name is only left to lead to a record that is no more.
+}
+
 CkRTTIRegistration::SRegistration CkRTTIRegistration::Find(const CString& name)
 {
     const CkCriticalSectionAuto guard(g_lock.object);

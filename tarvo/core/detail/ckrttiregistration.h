@@ -4,7 +4,7 @@
 
 /// The registered classes: for each name the latest record, with the functions that make objects of the class.
 ///
-/// Threads: both operations may be called from any thread. Takes a lock of its own and no other meanwhile.
+/// Threads: all operations may be called from any thread. Takes a lock of its own and no other meanwhile.
 /// Lifetime: made by the first registration, destroyed after the library's records when the library is unloaded.
 class CkRTTIRegistration
 {
@@ -17,6 +17,9 @@ public:
     };
 
     static void Register(const CkRTTI& record, CkRTTI::CreateFunction create, CkRTTI::CloneFunction clone);
+
+    /// Ends the registration of `record`, if it is the latest of its name.
+    static void Unregister(const CkRTTI& record) noexcept;
 
     /// What is registered under `name`; all null when there is nothing.
     static SRegistration Find(const CString& name);

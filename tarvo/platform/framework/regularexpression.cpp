@@ -10,10 +10,12 @@
 #include <cstdint>
 #include <iterator>
 #include <locale>
+#include <numeric>
 #include <optional>
 #include <regex>
 #include <string>
 #include <utility>
+#include <vector>
 
 // The standard library of g++ has two ways to search. The ordinary one is fast on short texts, but goes one level
 // deeper into the stack with each unit that a repetition takes, and may try the same thing exponentially often. The
@@ -25,17 +27,14 @@ namespace tarvo::framework
 {
 namespace
 {
-/// Compiling goes some 400 bytes deeper into the stack with each open group.
+/// How many units a pattern may have with its counted repetitions written out. Compiling and both searches go up to
+/// some 400 bytes deeper into the stack with each.
 constexpr std::size_t longestPattern = 1000;
-
-/// How many units a pattern may have after its groups were repeated as often as their counts say: a search may go one
-/// level deeper into the stack with each part that needs no unit of the text.
-constexpr std::size_t longestExpansion = 8000;
 
 /// The stack in bytes and the steps that a search may take the ordinary way: where the other one can take over, and
 /// where there is none. A step is one comparison of positions.
 constexpr std::size_t stackWithSubstitute = std::size_t{64} * 1024;
-constexpr std::size_t stackAtMost = std::size_t{256} * 1024;
+constexpr std::size_t stackAtMost = std::size_t{384} * 1024;
 constexpr std::size_t stepsWithSubstitute = 4096;
 constexpr std::size_t stepsAtMost = 2'000'000;
 constexpr std::size_t furtherStepsPerUnit = 64; ///< Of the text, either way.
@@ -191,30 +190,78 @@ bool repeatsParts(std::wstring_view pattern, std::size_t position) noexcept
     return position > 0 && contains(L")*+?}", pattern[position - 1]);
 }
 
-/// The greater number of "{n}", "{n,}" or "{n,m}", as far as that matters.
-std::size_t repetitionsAt(std::wstring_view pattern, std::size_t position) noexcept
+/// Adds up how many units a pattern has with its counted repetitions written out.
+class WrittenOut
 {
-    std::size_t greatest = 1;
-    std::size_t number = 0;
-    while (++position < pattern.size() && pattern[position] != L'}')
+public:
+    explicit WrittenOut(std::wstring_view pattern)
     {
-        const wchar_t unit = pattern[position];
-        number = unit >= L'0' && unit <= L'9' ? number * 10 + static_cast<std::size_t>(unit - L'0') : 0;
-        number = std::min(number, longestExpansion + 1);
-        greatest = std::max(greatest, number);
+        for (std::size_t i = 0; i < pattern.size() && m_lengths.back() <= longestPattern; ++i)
+            i = take(pattern, i);
     }
-    return greatest;
-}
+
+    /// More than `longestPattern` when it is too long.
+    std::size_t Length() const noexcept { return std::accumulate(m_lengths.begin(), m_lengths.end(), std::size_t{0}); }
+
+private:
+    /// Takes what begins at `position`, and returns where it ends.
+    std::size_t take(std::wstring_view pattern, std::size_t position)
+    {
+        switch (pattern[position])
+        {
+        case L'(': m_lengths.push_back(1); return position;
+        case L')':
+            if (m_lengths.size() > 1)
+            {
+                m_latest = m_lengths.back();
+                m_lengths.pop_back();
+                m_lengths.back() += m_latest;
+            }
+            return position;
+        case L'{': return repeat(pattern, position);
+        case L'\\': add(); return position + 1;
+        case L'[': add(); return classEnd(pattern, position);
+        default: add(); return position;
+        }
+    }
+
+    void add()
+    {
+        m_latest = 1;
+        ++m_lengths.back();
+    }
+
+    /// "{n}", "{n,}" or "{n,m}": what is before it, as often as the greater number says.
+    std::size_t repeat(std::wstring_view pattern, std::size_t position)
+    {
+        std::size_t greatest = 1;
+        std::size_t number = 0;
+        for (++position; position < pattern.size() && pattern[position] != L'}'; ++position)
+        {
+            const wchar_t unit = pattern[position];
+            number = unit >= L'0' && unit <= L'9' ? number * 10 + static_cast<std::size_t>(unit - L'0') : 0;
+            number = std::min(number, longestPattern);
+            greatest = std::max(greatest, number);
+        }
+        m_lengths.back() += m_latest * greatest;
+        m_latest *= greatest;
+        return position;
+    }
+
+    static std::size_t classEnd(std::wstring_view pattern, std::size_t position) noexcept
+    {
+        while (++position < pattern.size() && pattern[position] != L']')
+            position += pattern[position] == L'\\' ? 1 : 0;
+        return position;
+    }
+
+    std::vector<std::size_t> m_lengths{0}; ///< Of the whole and of each open group.
+    std::size_t m_latest = 0;              ///< Of what a repetition would repeat.
+};
 
 void requireBounded(std::wstring_view pattern)
 {
-    std::size_t length = pattern.size();
-    for (std::size_t i = 0; i < pattern.size() && length <= longestExpansion; ++i)
-    {
-        if (pattern[i] == L'{' && repeatsParts(pattern, i))
-            length *= repetitionsAt(pattern, i);
-    }
-    if (pattern.size() > longestPattern || length > longestExpansion)
+    if (pattern.size() > longestPattern || WrittenOut(pattern).Length() > longestPattern)
         throw std::regex_error(std::regex_constants::error_complexity);
 }
 
@@ -287,7 +334,7 @@ private:
     }
     catch (const MeansExhausted&)
     {
-        throw std::regex_error(std::regex_constants::error_complexity);
+        return false;
     }
 
     std::basic_string<WCHAR> m_plain;

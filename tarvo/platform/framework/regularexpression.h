@@ -12,11 +12,12 @@ namespace tarvo::framework
 /// Patterns and texts end at their first zero.
 ///
 /// Threads: a value; copies share what was compiled and may be searched for on several threads at once.
-/// Blocking: a search takes time in proportion to the length of the text times that of the pattern, but look-aheads
-/// read on in the text each time that they are tried.
-/// Failure: a pattern that is none, or one of more than 1000 units that is not plain text, makes the constructor throw
-/// `std::regex_error`. A search throws it only for patterns with back-references, which are given up where they would
-/// take too much stack or time. Any depth of the stack is bounded whatever the length of the text.
+/// Blocking: a search takes time in proportion to the length of the text times that of the pattern with its counted
+/// repetitions written out, but look-aheads read on in the text each time that they are tried.
+/// Failure: a pattern that is none, or that is not plain text and has more than 1000 units with its repetitions written
+/// out, makes the constructor throw `std::regex_error`. Memory may fail. A search with back-references that would take
+/// too much stack or time is given up and finds nothing, as for `(\w+)=\1` a word of some hundred letters may.
+/// Whatever the text, compiling and searching take less than 512 KiB of stack.
 class TARVO_API RegularExpression
 {
 public:

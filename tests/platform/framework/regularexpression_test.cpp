@@ -129,8 +129,8 @@ TEST(RegularExpression, long_texts_overflow_no_stack_and_take_no_time_beyond_the
 
 TEST(RegularExpression, gives_up_back_references_that_would_take_too_much)
 {
-    EXPECT_THROW(isFound(CK_T("^(.*)b\\1$"), CString(CK_T('a'), 300000)), std::regex_error) << "stack";
-    EXPECT_THROW(isFound(CK_T("(b?)(a+)+\\1c"), CString(CK_T('a'), 60)), std::regex_error) << "time";
+    EXPECT_FALSE(isFound(CK_T("^(.*)b\\1$"), CString(CK_T('a'), 300000))) << "stack";
+    EXPECT_FALSE(isFound(CK_T("(b?)(a+)+\\1c"), CString(CK_T('a'), 60))) << "time";
 }
 
 TEST(RegularExpression, takes_no_pattern_that_is_none_or_too_large)
@@ -146,6 +146,9 @@ TEST(RegularExpression, takes_no_pattern_that_is_none_or_too_large)
         CK_T("\\1"),
         CK_T("(?:|a){20000}"),
         CK_T("((a{9}){99}){99}"),
+        CK_T("[a\\]]{30000}"),
+        CK_T("(a|b{99}){11}"),
+        CK_T("(?:") + CString(CK_T('|'), 900) + CK_T("){8}c"),
         open,
         CString(CK_T('.'), 400000),
     };

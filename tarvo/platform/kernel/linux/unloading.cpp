@@ -38,3 +38,9 @@ bool tarvo::kernel::isProcessEnding() noexcept
 {
     return !g_unloading;
 }
+
+/// Threads run on until the process has ended.
+bool tarvo::kernel::areOtherThreadsGone() noexcept
+{
+    return false;
+}

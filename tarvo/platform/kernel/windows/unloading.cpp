@@ -5,5 +5,10 @@ extern "C" __declspec(dllimport) BOOLEAN __stdcall RtlDllShutdownInProgress();
 
 bool tarvo::kernel::isProcessEnding() noexcept
 {
+    return areOtherThreadsGone();
+}
+
+bool tarvo::kernel::areOtherThreadsGone() noexcept
+{
     return RtlDllShutdownInProgress() != FALSE;
 }
