@@ -2,21 +2,10 @@
 
 #include <tarvo/tarvo.h>
 
-#include <cstdio>
+#include <support/expect.h>
 
 namespace
 {
-int failures = 0;
-
-void expect(bool condition, const char* what)
-{
-    if (!condition)
-    {
-        std::printf("failed: %s\n", what);
-        ++failures;
-    }
-}
-
 void raise()
 {
     try

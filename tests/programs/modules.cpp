@@ -5,26 +5,15 @@
 #include <plugins/client.h>
 #include <support/barrier.h>
 #include <support/dynamiclibrary.h>
+#include <support/expect.h>
 #include <support/memorystreams.h>
 #include <support/rttipeer.h>
 
 #include <atomic>
-#include <cstdio>
 #include <thread>
 
 namespace
 {
-int failures = 0;
-
-void expect(bool condition, const char* what)
-{
-    if (!condition)
-    {
-        std::printf("failed: %s\n", what);
-        ++failures;
-    }
-}
-
 void useShared()
 {
     void* const module = dynamiclibrary::load("tarvo_plugin_user");
