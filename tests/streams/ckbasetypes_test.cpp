@@ -226,6 +226,12 @@ TEST(ClassName, is_stored_and_counted_with_its_capacity)
     MemoryReader reader(writer.bytes);
     named.Serialize(reader);
     EXPECT_EQ(named.GetName(), name);
+    for (std::size_t length = 0; length < writer.bytes.size(); ++length)
+    {
+        MemoryReader cut(Bytes(writer.bytes.begin(), writer.bytes.begin() + static_cast<std::ptrdiff_t>(length)));
+        EXPECT_THROW(named.Serialize(cut), CkExceptionStream) << length;
+    }
+    EXPECT_EQ(named.GetName(), name);
     CkStreamWriteASCIIString text;
     CkIClassName<0, CString>(CK_T("abc")).Serialize(text);
     EXPECT_EQ(*text, CK_T("abc"));
@@ -244,5 +250,6 @@ TEST(ClassIndex, is_stored_in_four_bytes_and_shown_as_a_number)
     MemoryReader reader(writer.bytes);
     index.Serialize(reader);
     EXPECT_EQ(index.GetIndex(), 0x01020304u);
+    EXPECT_THROW(index.Serialize(reader), CkExceptionStream);
     static_assert(!std::is_polymorphic_v<CkIClassIndex<1>> && sizeof(CkIClassIndex<0>) == 4);
 }
