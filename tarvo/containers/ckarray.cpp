@@ -3,7 +3,6 @@
 #include <tarvo/core/ckexception.h>
 
 #include <cstdlib>
-#include <memory>
 #include <new>
 
 // Exported with every member. Clients instantiate what they use themselves all the same: not every platform exports
@@ -19,25 +18,17 @@ constexpr unsigned int lineOutOfMemory = 10;
 constexpr unsigned int lineValueCount = 20;
 constexpr unsigned int lineFormat = 30;
 constexpr unsigned int lineShortRead = 40;
-
-struct FreeMemory
-{
-    void operator()(void* memory) const noexcept { std::free(memory); }
-};
 } // namespace
 
 CkSmartPointer<CkMemoryBlock<0, unsigned int>> newArrayBlock(unsigned __int64 size)
 {
-    std::unique_ptr<void, FreeMemory> storage(std::malloc(size));
+    void* const storage = std::malloc(size);
     if (storage != nullptr)
     {
-        if (auto* const block = new (std::nothrow) CkMemoryBlock<0, unsigned int>(storage.get()))
-        {
-            static_cast<void>(storage.release());
+        if (auto* const block = new (std::nothrow) CkMemoryBlock<0, unsigned int>(storage))
             return block;
-        }
+        std::free(storage);
     }
-    storage.reset();
     raiseArrayOutOfMemory();
 }
 

@@ -157,9 +157,10 @@ public:
     {
     }
 
-    template <class T, class Member>
-        requires std::is_member_function_pointer_v<Member>
-    FunctorBase(const T&& temporary, Member member) = delete;
+    /// A temporary object would be gone when it is called.
+    template <class Base, class T, class Function>
+        requires std::derived_from<T, Base>
+    FunctorBase(const T&& object, Function Base::*member) = delete;
 
     /// Calls `member` of `object` and owns a share of it.
     template <class T, int N, class C, class Member>

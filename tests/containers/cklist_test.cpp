@@ -37,17 +37,6 @@ std::vector<typename L::value_type> contentOf(const L& list)
     return {list.begin(), list.end()};
 }
 
-/// A count with its operations in public.
-template <int N>
-struct OpenCount : CkListPolicyElementCount<N, unsigned int>
-{
-    using Base = CkListPolicyElementCount<N, unsigned int>;
-    using Base::absorbElementCount;
-    using Base::decElementCount;
-    using Base::incElementCount;
-    using Base::resetElementCount;
-};
-
 template <class List>
 void compareWithModel()
 {
@@ -214,24 +203,6 @@ TEST(List, moves_its_elements_and_its_pool)
     EXPECT_TRUE(from.GetCount() == 2 && &from.GetTail() == element && to.IsEmpty());
     from = DoubleList<std::unique_ptr<int>>(4u);
     EXPECT_TRUE(from.IsEmpty());
-}
-
-TEST(List, elements_are_counted_or_not)
-{
-    OpenCount<1> one;
-    OpenCount<1> other;
-    one.incElementCount();
-    other.incElementCount();
-    other.incElementCount();
-    one.absorbElementCount(other);
-    EXPECT_TRUE(one.GetCount() == 3 && other.GetCount() == 0);
-    one.decElementCount();
-    other = one;
-    one.resetElementCount();
-    EXPECT_TRUE(one.GetCount() == 0 && other.GetCount() == 2);
-    OpenCount<0> none;
-    none.incElementCount();
-    EXPECT_EQ(none.GetCount(), 0u);
 }
 
 TEST(NodePool, hands_out_nodes_for_every_size_and_alignment)

@@ -61,6 +61,9 @@ TEST(Functor, calls_whatever_it_was_made_of)
         {"constant member of a constant", {constant, &Offset::Subtract}, 22},
         {"member of a base", {&derived, &Offset::Subtract}, 32},
         {"member of a shared object", {shared, &Offset::SubtractAndCount}, 42},
+        {"member of an object that only the functor holds",
+         {CkSmartPointer<Offset>(new Offset(50)), &Offset::Subtract},
+         52},
     };
     for (const Row& row : rows)
     {

@@ -1,7 +1,6 @@
 // Exchanges stored values with interchange.py, which knows the format only from its description:
 // `write FILE` stores the values that the script expects, `read FILE` expects those that the script stores.
 
-#include <tarvo/containers/ckarray.h>
 #include <tarvo/tarvo.h>
 
 #include <support/memorystreams.h>
