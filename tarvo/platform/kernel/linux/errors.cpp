@@ -4,26 +4,16 @@
 #include <cstdlib>
 #include <string_view>
 
+constinit thread_local DWORD tarvo::kernel::t_lastError = 0;
+
 namespace
 {
-constinit thread_local DWORD t_lastError = 0;
-
 DWORD fail(DWORD code) noexcept
 {
     SetLastError(code);
     return 0;
 }
 } // namespace
-
-DWORD GetLastError() noexcept
-{
-    return t_lastError;
-}
-
-void SetLastError(DWORD code) noexcept
-{
-    t_lastError = code;
-}
 
 DWORD FormatMessageW(DWORD flags, LPCVOID, DWORD messageId, DWORD, LPWSTR buffer, DWORD, va_list*) noexcept
 {

@@ -44,7 +44,8 @@ inline void futexWake(std::atomic<std::uint32_t>* word, int count) noexcept
     syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
 }
 
-/// A mutual-exclusion lock of one word, for sections of a few instructions. Needs no destruction.
+/// A mutual-exclusion lock of one word, for sections of a few instructions. Needs no destruction; of zero bytes it is
+/// free.
 ///
 /// | word | meaning                               |
 /// |------|---------------------------------------|
@@ -75,5 +76,47 @@ public:
 
 private:
     std::atomic<std::uint32_t> m_word{0};
+};
+
+/// How many locks of this layer the running thread holds, and whether it is to end as soon as it holds none: a thread
+/// that is ended forcibly must not take one of them with it, or every wait of the process would hang.
+struct ThreadEnding
+{
+    std::uint32_t locks;
+    std::uint32_t pending;
+};
+
+extern constinit thread_local ThreadEnding t_ending __attribute__((tls_model("initial-exec")));
+
+/// Ends the running thread without any clean-up but that of the wait in which it was interrupted.
+[[noreturn]] void endThreadNow() noexcept;
+
+/// Holds a lock. A signal handler of the same thread may look at the counts at any moment.
+template <class Lock>
+class [[nodiscard]] Hold
+{
+public:
+    explicit Hold(Lock& lock) noexcept : m_lock(&lock)
+    {
+        t_ending.locks = t_ending.locks + 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        lock.lock();
+    }
+
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+    ~Hold()
+    {
+        m_lock->unlock();
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        t_ending.locks = t_ending.locks - 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (t_ending.pending != 0 && t_ending.locks == 0)
+            endThreadNow();
+    }
+
+private:
+    Lock* const m_lock;
 };
 } // namespace tarvo::kernel

@@ -1,141 +1,186 @@
-#include <tarvo/platform/kernel/linux/handles.h>
-
-#include <atomic>
-#include <mutex>
+#include <tarvo/platform/kernel/linux/slots.h>
 
 namespace tarvo::kernel
 {
 namespace
 {
-constexpr std::uint32_t slotCount = 1u << 22;
-constexpr std::uint32_t noSlot = 0xFFFFFFFFu;
-
-/// The word of a slot: the generation that makes an old handle different from a new one in the upper half, then the
-/// mark that the handle is open, then the number of calls that use the object at this moment.
-constexpr std::uint64_t generationStep = std::uint64_t{1} << 32;
-constexpr std::uint64_t openBit = std::uint64_t{1} << 31;
-constexpr std::uint64_t pinsMask = openBit - 1;
-
-/// One handle. The object stays while the handle is open or a call uses it; whoever ends the later of the two retires
-/// the slot.
-struct Slot
-{
-    std::uint64_t word;
-    union
-    {
-        KernelObject* object;   ///< Written before the word opens the slot, read after pinning it.
-        std::uint32_t nextFree; ///< Of a retired slot: the index of the next one, plus 1.
-    };
-
-    std::atomic_ref<std::uint64_t> Word() noexcept { return std::atomic_ref(word); }
-};
-
-/// All handles of the process. Pages that are never touched take no memory (unless the process locks all it has), and
-/// unloading the library takes the table along, so it needs neither growth nor tear-down.
-Slot g_slots[slotCount];
-
-constinit FutexLock g_freeLock;
-std::uint32_t g_firstFree = 0; ///< The index of the first retired slot, plus 1. Guarded by the lock, as the next one.
-std::uint32_t g_used = 0;      ///< Slots that were ever in use.
+using Object = KernelObject;
 
 /// A handle as the other side sees it: not null, and a multiple of four.
-HANDLE makeHandle(std::uint32_t index, std::uint64_t word) noexcept
+HANDLE makeHandle(std::uint32_t index, ObjectKind kind, std::uint64_t word) noexcept
 {
-    return reinterpret_cast<HANDLE>((word & ~(generationStep - 1)) | (std::uint64_t{index} + 1) << 2);
+    std::uint64_t bits = 0;
+    if (kind == ObjectKind::manualEvent)
+        bits = manualEventBit;
+    else if (kind == ObjectKind::autoEvent)
+        bits = autoEventBit;
+    return reinterpret_cast<HANDLE>((word & Object::generationMask) | bits | (std::uint64_t{index} + 1) << 2);
 }
 
-/// The slot that a handle names, if there can be one.
-std::uint32_t indexOf(HANDLE handle) noexcept
+/// Where a duplicate leads; nothing when it was closed meanwhile.
+ObjectRef follow(HANDLE handle, const Object& slot) noexcept
 {
-    const auto low = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle));
-    return low % 4 == 0 && low != 0 && low / 4 <= slotCount ? low / 4 - 1 : noSlot;
+    const ObjectRef ref{slot.target.load(std::memory_order_relaxed),
+                        slot.targetGeneration.load(std::memory_order_relaxed)};
+    // The two belong together, and to this handle, if it is still open after they were read.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return isOpenFor(handle, slot.word.load(std::memory_order_relaxed)) ? ref : ObjectRef();
 }
 
-bool isOpenFor(HANDLE handle, std::uint64_t word) noexcept
+/// The handle and nothing else refers to the object, and nobody waits: closing ends both in one step.
+bool closeOnly(Object& slot, std::uint64_t word) noexcept
 {
-    return ((word ^ reinterpret_cast<std::uintptr_t>(handle)) & ~(generationStep - 1)) == 0 && (word & openBit) != 0;
+    const std::uint64_t next = (word & Object::generationMask) + Object::generation;
+    if (!slot.word.compare_exchange_strong(word, next, std::memory_order_acq_rel, std::memory_order_relaxed))
+        return false;
+    giveSlot(slot);
+    return true;
 }
 
-/// Takes a slot out of use; noSlot when all are open.
-std::uint32_t takeSlot() noexcept
+bool closeShared(Object& slot, HANDLE handle) noexcept
 {
-    const std::lock_guard guard(g_freeLock);
-    if (g_firstFree == 0)
-        return g_used < slotCount ? g_used++ : noSlot;
-    const std::uint32_t index = g_firstFree - 1;
-    g_firstFree = g_slots[index].nextFree;
-    return index;
-}
-
-/// Ends a slot that is closed and unused: nobody can reach it any more.
-void retire(std::uint32_t index) noexcept
-{
-    g_slots[index].object->Release();
-    const std::lock_guard guard(g_freeLock);
-    g_slots[index].nextFree = g_firstFree;
-    g_firstFree = index + 1;
-}
-
-/// Changes the word of the handle's slot, as long as the handle is open, and returns the word before; 0, which no open
-/// slot has, and nothing done when the handle is not open.
-template <class Change>
-std::uint64_t changeOpenSlot(HANDLE handle, Change change) noexcept
-{
-    const std::uint32_t index = indexOf(handle);
-    if (index == noSlot)
-        return 0;
-    const auto slot = g_slots[index].Word();
-    std::uint64_t word = slot.load(std::memory_order_acquire);
-    while (isOpenFor(handle, word))
+    bool last = false;
     {
-        if (slot.compare_exchange_weak(word, change(word), std::memory_order_acq_rel, std::memory_order_acquire))
-            return word;
+        const Hold hold(slot.lock);
+        if (!isOpenFor(handle, slot.word.load(std::memory_order_relaxed)))
+            return false;
+        slot.word.fetch_and(~Object::openBit, std::memory_order_relaxed);
+        last = dropReferenceLocked(slot);
     }
-    return 0;
-}
-} // namespace
-
-HANDLE openHandle(KernelObject* object) noexcept
-{
-    const std::uint32_t index = takeSlot();
-    if (index == noSlot)
-        return nullptr;
-    g_slots[index].object = object;
-    const auto slot = g_slots[index].Word();
-    const std::uint64_t generation = slot.load(std::memory_order_relaxed) & ~(generationStep - 1);
-    const std::uint64_t word = (generation + generationStep) | openBit;
-    slot.store(word, std::memory_order_release);
-    return makeHandle(index, word);
+    if (last)
+        endObject(slot);
+    return true;
 }
 
 bool closeHandle(HANDLE handle) noexcept
 {
-    const std::uint64_t before = changeOpenSlot(handle, [](std::uint64_t word) { return word & ~openBit; });
-    if (before == 0)
-        return false;
-    if ((before & pinsMask) == 0)
-        retire(indexOf(handle));
+    Object* const slot = slotOf(handle);
+    while (slot != nullptr)
+    {
+        const std::uint64_t word = slot->word.load(std::memory_order_acquire);
+        if (!isOpenFor(handle, word))
+            return false;
+        if ((word & (Object::queuedBit | Object::sharedBit)) != 0)
+            return closeShared(*slot, handle);
+        const ObjectKind kind = slot->kind.load(std::memory_order_relaxed);
+        Object* const target = slot->target.load(std::memory_order_relaxed);
+        Thread* const thread = slot->thread.load(std::memory_order_relaxed);
+        if (!closeOnly(*slot, word))
+            continue;
+        if (kind == ObjectKind::duplicate)
+            dropReference(*target);
+        else if (kind == ObjectKind::thread)
+            forgetThread(thread);
+        return true;
+    }
+    return false;
+}
+
+HANDLE duplicateHandle(HANDLE source) noexcept
+{
+    const ObjectRef ref = findObject(source);
+    if (!ref || !addReference(ref))
+    {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    Object* const slot = takeSlot();
+    if (slot == nullptr)
+    {
+        dropReference(*ref.object);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    slot->target.store(ref.object, std::memory_order_relaxed);
+    slot->targetGeneration.store(ref.generation, std::memory_order_relaxed);
+    return openSlot(*slot, ObjectKind::duplicate, 0);
+}
+} // namespace
+
+HANDLE openSlot(KernelObject& slot, ObjectKind kind, std::uint32_t signals) noexcept
+{
+    slot.kind.store(kind, std::memory_order_relaxed);
+    slot.references = 1;
+    const std::uint64_t word = slot.word.load(std::memory_order_relaxed) | Object::openBit | signals;
+    slot.word.store(word, std::memory_order_release);
+    return makeHandle(indexOf(slot), kind, word);
+}
+
+HANDLE openObject(ObjectKind kind, std::uint32_t signals, std::uint32_t maximum, Thread* thread) noexcept
+{
+    Object* const slot = takeSlot();
+    if (slot == nullptr)
+        return nullptr;
+    slot->maximum.store(maximum, std::memory_order_relaxed);
+    slot->thread.store(thread, std::memory_order_relaxed);
+    return openSlot(*slot, kind, signals);
+}
+
+ObjectRef findObject(HANDLE handle) noexcept
+{
+    Object* const slot = slotOf(handle);
+    if (slot == nullptr || !isOpenFor(handle, slot->word.load(std::memory_order_acquire)))
+        return {};
+    if (slot->kind.load(std::memory_order_relaxed) == ObjectKind::duplicate)
+        return follow(handle, *slot);
+    return {slot, generationOf(handle)};
+}
+
+ObjectRef requireObject(HANDLE handle, ObjectKind first, ObjectKind last) noexcept
+{
+    const ObjectRef ref = findObject(handle);
+    if (ref && ref.Kind() >= first && ref.Kind() <= last)
+        return ref;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return {};
+}
+
+bool addReference(const ObjectRef& ref) noexcept
+{
+    const Hold hold(ref.object->lock);
+    std::uint64_t word = ref.object->word.load(std::memory_order_relaxed);
+    do
+    {
+        if (!ref.IsFor(word))
+            return false;
+    } while (!ref.object->word.compare_exchange_weak(word, word | Object::sharedBit, std::memory_order_relaxed));
+    ++ref.object->references;
     return true;
 }
 
-HandlePin::HandlePin(HANDLE handle) noexcept
+bool dropReferenceLocked(KernelObject& object) noexcept
 {
-    if (changeOpenSlot(handle, [](std::uint64_t word) { return word + 1; }) == 0)
+    if (--object.references == 0)
     {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return;
+        // Before the lock is left: a call that still knows the object finds it gone.
+        const std::uint64_t word = object.word.load(std::memory_order_relaxed);
+        object.word.store((word & Object::generationMask) + Object::generation, std::memory_order_release);
+        return true;
     }
-    m_slot = indexOf(handle);
-    m_object = g_slots[m_slot].object;
+    // Alone again, the handle can be closed in one step.
+    if (object.references == 1)
+        object.word.fetch_and(~Object::sharedBit, std::memory_order_relaxed);
+    return false;
 }
 
-HandlePin::~HandlePin()
+void dropReference(KernelObject& object) noexcept
 {
-    if (m_object == nullptr)
-        return;
-    const std::uint64_t before = g_slots[m_slot].Word().fetch_sub(1, std::memory_order_acq_rel);
-    if ((before & (openBit | pinsMask)) == 1)
-        retire(m_slot);
+    bool last = false;
+    {
+        const Hold hold(object.lock);
+        last = dropReferenceLocked(object);
+    }
+    if (last)
+        endObject(object);
+}
+
+void endObject(KernelObject& object) noexcept
+{
+    const bool isThread = object.kind.load(std::memory_order_relaxed) == ObjectKind::thread;
+    Thread* const thread = object.thread.load(std::memory_order_relaxed);
+    giveSlot(object);
+    if (isThread)
+        forgetThread(thread);
 }
 } // namespace tarvo::kernel
 
@@ -145,4 +190,17 @@ BOOL CloseHandle(HANDLE object) noexcept
         return TRUE;
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
+}
+
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target, DWORD, BOOL,
+                     DWORD options) noexcept
+{
+    if (sourceProcess != GetCurrentProcess() || targetProcess != GetCurrentProcess() || target == nullptr ||
+        options != DUPLICATE_SAME_ACCESS)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    *target = tarvo::kernel::duplicateHandle(source);
+    return *target != nullptr ? TRUE : FALSE;
 }

@@ -1,94 +1,133 @@
 #pragma once
 
+#include <tarvo/platform/kernel/linux/declarations.h>
 #include <tarvo/platform/kernel/linux/futex.h>
-#include <tarvo/platform/kernel/linux/time.h>
 
 #include <atomic>
 #include <cstdint>
 
+// Kernel objects and the handles that refer to them.
+//
+// Both live in one table of slots that never move and are never given back: a call may look at a slot although another
+// thread ends the object in it. What it finds is then another generation, and the call's compare-and-swap fails. So no
+// call has to keep an object alive for as long as it takes, and whoever wakes from a wait may close the handle at once.
+//
+// The handle that an object was made with names the object's own slot. A duplicate has a slot of its own, which only
+// says where the object is.
+
 namespace tarvo::kernel
 {
-/// A thread asleep on an object. Lives on that thread's stack; linked into the object's queue under the object's lock.
-struct Waiter
+struct Thread;
+struct WaitNode;
+
+enum class ObjectKind : std::uint32_t
 {
-    std::atomic<std::uint32_t> served{0}; ///< 1 once a signal was taken on the thread's behalf.
-    Waiter* previous = nullptr;
-    Waiter* next = nullptr;
+    none,
+    manualEvent,
+    autoEvent,
+    semaphore,
+    thread,
+    duplicate
 };
 
-/// What a handle refers to: something that is signalled some number of times and can be waited for.
+/// Something that is signalled some number of times and can be waited for.
 ///
-/// The number of signals and the mark that somebody waits share one word, so a signal that meets nobody and a wait that
-/// finds a signal are one compare-and-swap. Only when somebody waits, the queue and its lock are used: a signal is then
-/// taken for the longest waiter before that is woken, so none can be lost to a waiter that times out.
+/// Everything that signals and waits need to know is in one word, so that a signal that meets nobody and a wait that
+/// finds a signal are one compare-and-swap. As long as somebody waits, the word changes under the lock alone: a signal
+/// is then taken on behalf of the longest waiter before that is woken, so none is lost to a waiter that times out.
 ///
-/// Threads: every operation may be called from any thread. The caller keeps the object alive (see HandlePin).
+/// | word             | signal                        | wait                                          |
+/// |------------------|-------------------------------|-----------------------------------------------|
+/// | n, nobody waits  | n + 1, an event's at most 1   | n > 0: n - 1 unless it stays set; 0: queue up |
+/// | somebody waits   | serves the first in the queue | takes what is left over, or queues up         |
 ///
-/// | word                     | signal                        | wait                        |
-/// |--------------------------|-------------------------------|-----------------------------|
-/// | n, nobody waits          | n + 1                         | n > 0: n - 1; 0: queue up   |
-/// | 0, somebody waits        | serves the first in the queue | queue up                    |
-class KernelObject
+/// Zero bytes are an object that is not in use.
+struct alignas(64) KernelObject
 {
-public:
-    enum class Kind
+    static constexpr std::uint64_t signalsMask = 0x7FFFFFFF;            ///< The number of signals.
+    static constexpr std::uint64_t queuedBit = std::uint64_t{1} << 31;  ///< Somebody waits.
+    static constexpr std::uint64_t openBit = std::uint64_t{1} << 32;    ///< The slot's own handle is open.
+    static constexpr std::uint64_t sharedBit = std::uint64_t{1} << 33;  ///< More than that handle refers to the object.
+    static constexpr std::uint64_t generation = std::uint64_t{1} << 34; ///< One generation in the bits from here on.
+    static constexpr std::uint64_t generationMask = ~(generation - 1);
+
+    std::atomic<std::uint64_t> word;
+
+    // Written before the word opens the slot.
+    std::atomic<ObjectKind> kind;
+    std::atomic<std::uint32_t> maximum; ///< Of a semaphore.
+    std::atomic<KernelObject*> target;  ///< Of a duplicate: the object.
+    std::atomic<std::uint64_t> targetGeneration;
+    std::atomic<Thread*> thread; ///< Of a thread.
+
+    // Guarded by the lock.
+    FutexLock lock;
+    std::uint32_t references; ///< Handles, threads in the queue, the thread itself; the last one ends the object.
+    WaitNode* first;          ///< The queue.
+    WaitNode* last;
+    std::uint32_t waitsForAll; ///< Threads in the queue that wait for other objects as well.
+
+    std::uint32_t nextFree; ///< Of a slot that is not in use: the index of the next one, plus 1. See slots.cpp.
+
+    /// Whether a wait leaves the signal.
+    bool StaysSet() const noexcept
     {
-        semaphore
-    };
-
-    explicit KernelObject(Kind kind, std::uint32_t signals) noexcept : m_word(signals), m_kind(kind) {}
-    KernelObject(const KernelObject&) = delete;
-    KernelObject& operator=(const KernelObject&) = delete;
-    virtual ~KernelObject() = default;
-
-    Kind GetKind() const noexcept { return m_kind; }
-
-    /// One handle less refers to the object; the last one destroys it.
-    void Release() noexcept;
-
-    /// Waits until a signal is there and takes it; false when the time is up.
-    bool Wait(DWORD timeoutMs) noexcept;
-
-protected:
-    /// Adds `count` signals unless that makes more than `maximum`; false and nothing done then. The number before goes
-    /// to `previous`.
-    bool signal(std::uint32_t count, std::uint32_t maximum, std::uint32_t& previous) noexcept;
-
-private:
-    static constexpr std::uint64_t waitersBit = std::uint64_t{1} << 63;
-
-    static std::uint32_t signalsOf(std::uint64_t word) noexcept { return static_cast<std::uint32_t>(word); }
-
-    /// Takes a signal if there is one.
-    bool tryTake() noexcept;
-
-    /// Hands signals to the queue until either is used up; the lock is held.
-    void serveQueue() noexcept;
-
-    void enqueue(Waiter& waiter) noexcept;
-    void unlink(Waiter& waiter) noexcept;
-
-    std::atomic<std::uint64_t> m_word;          ///< Signals in the low half, `waitersBit` while the queue is in use.
-    std::atomic<std::uint32_t> m_references{1}; ///< Handles that refer to the object.
-    FutexLock m_lock;                           ///< Guards the queue. Held for a few instructions, never asleep.
-    Waiter* m_first = nullptr;
-    Waiter* m_last = nullptr;
-    const Kind m_kind;
-};
-
-class Semaphore final : public KernelObject
-{
-public:
-    static constexpr Kind kind = Kind::semaphore;
-
-    Semaphore(std::uint32_t initial, std::uint32_t maximum) noexcept : KernelObject(kind, initial), m_maximum(maximum)
-    {
+        const ObjectKind k = kind.load(std::memory_order_relaxed);
+        return k == ObjectKind::manualEvent || k == ObjectKind::thread;
     }
-
-    /// Adds `count` units; false where that exceeds the maximum. The count before goes to `previous`.
-    bool Post(std::uint32_t count, std::uint32_t& previous) noexcept { return signal(count, m_maximum, previous); }
-
-private:
-    const std::uint32_t m_maximum;
 };
+
+/// An object as a call has found it: it is this one as long as the generation is the same.
+struct ObjectRef
+{
+    KernelObject* object = nullptr;
+    std::uint64_t generation = 0;
+
+    explicit operator bool() const noexcept { return object != nullptr; }
+    bool IsFor(std::uint64_t word) const noexcept { return (word & KernelObject::generationMask) == generation; }
+    ObjectKind Kind() const noexcept { return object->kind.load(std::memory_order_relaxed); }
+};
+
+/// A new object with one handle, and nothing else that refers to it. Null when 4 million slots are in use.
+HANDLE openObject(ObjectKind kind, std::uint32_t signals, std::uint32_t maximum = 0, Thread* thread = nullptr) noexcept;
+
+/// What an open handle refers to; nothing, without a last error, for a handle that is not open.
+ObjectRef findObject(HANDLE handle) noexcept;
+
+/// As `findObject`, but for the kinds from `first` to `last` alone and with the last error ERROR_INVALID_HANDLE.
+ObjectRef requireObject(HANDLE handle, ObjectKind first, ObjectKind last) noexcept;
+
+/// Takes a reference; false when the object is gone.
+bool addReference(const ObjectRef& ref) noexcept;
+
+/// Gives one up.
+void dropReference(KernelObject& object) noexcept;
+
+/// As `dropReference`, with the object's lock held. True when that was the last one: the object is gone, and the caller
+/// must give its slot back with `endObject` once it holds no lock any more.
+bool dropReferenceLocked(KernelObject& object) noexcept;
+void endObject(KernelObject& object) noexcept;
+
+enum class SignalResult
+{
+    done,
+    gone,   ///< The object is.
+    tooMany ///< More than the maximum of a semaphore; nothing is done.
+};
+
+/// Gives the object `signals` more signals, one that can have only one that one, and serves those who wait. The number
+/// before goes to `previous`.
+SignalResult signalObject(const ObjectRef& ref, std::uint32_t signals, std::uint32_t& previous) noexcept;
+
+/// Takes all signals, after those who wait now were served from one if `pulse`; false when the object is gone.
+bool resetObject(const ObjectRef& ref, bool pulse) noexcept;
+
+/// Unlinks the nodes of the wait in which the running thread was interrupted for good.
+void abandonWait() noexcept;
+
+/// Makes sure that the thread of the object, which is signalled, executes nothing any more.
+void joinThread(Thread& thread) noexcept;
+
+/// Called with the last reference to a thread's object.
+void forgetThread(Thread* thread) noexcept;
 } // namespace tarvo::kernel

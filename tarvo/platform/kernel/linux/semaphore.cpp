@@ -1,10 +1,8 @@
-#include <tarvo/platform/kernel/linux/handles.h>
+#include <tarvo/platform/kernel/linux/objects.h>
 
-#include <memory>
-#include <new>
-
-using tarvo::kernel::HandlePin;
-using tarvo::kernel::Semaphore;
+using tarvo::kernel::ObjectKind;
+using tarvo::kernel::ObjectRef;
+using tarvo::kernel::SignalResult;
 
 HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES*, LONG initialCount, LONG maximumCount, LPCWSTR name) noexcept
 {
@@ -13,30 +11,27 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES*, LONG initialCount, LONG maximumCou
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    std::unique_ptr<Semaphore> semaphore(new (std::nothrow) Semaphore(static_cast<std::uint32_t>(initialCount),
-                                                                      static_cast<std::uint32_t>(maximumCount)));
-    const HANDLE handle = semaphore ? tarvo::kernel::openHandle(semaphore.get()) : nullptr;
+    const HANDLE handle = tarvo::kernel::openObject(ObjectKind::semaphore, static_cast<std::uint32_t>(initialCount),
+                                                    static_cast<std::uint32_t>(maximumCount));
     SetLastError(handle != nullptr ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
-    if (handle != nullptr)
-        semaphore.release();
     return handle;
 }
 
-BOOL ReleaseSemaphore(HANDLE handle, LONG count, LONG* previousCount) noexcept
+BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount) noexcept
 {
     if (count < 1)
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    const HandlePin pin(handle);
-    Semaphore* const semaphore = pin.As<Semaphore>();
-    if (semaphore == nullptr)
+    const ObjectRef ref = tarvo::kernel::requireObject(semaphore, ObjectKind::semaphore, ObjectKind::semaphore);
+    if (!ref)
         return FALSE;
     std::uint32_t previous = 0;
-    if (!semaphore->Post(static_cast<std::uint32_t>(count), previous))
+    const SignalResult result = tarvo::kernel::signalObject(ref, static_cast<std::uint32_t>(count), previous);
+    if (result != SignalResult::done)
     {
-        SetLastError(ERROR_TOO_MANY_POSTS);
+        SetLastError(result == SignalResult::tooMany ? ERROR_TOO_MANY_POSTS : ERROR_INVALID_HANDLE);
         return FALSE;
     }
     if (previousCount != nullptr)

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tarvo::kernel
+{
+/// How long the running thread looks for a signal before it sleeps. To wake a thread that sleeps on another processor
+/// takes tens of microseconds; to be seen by one that looks takes less than one. But looking keeps a processor busy,
+/// so it must have paid lately: a thread whose looks fail looks shorter and shorter, then not at all but for a try at
+/// ever longer intervals, and never where it may run on one processor alone.
+struct SpinBudget
+{
+    std::uint32_t looks;    ///< How many times to look.
+    std::uint32_t waits;    ///< Waits until the next try, while `looks` is 0.
+    std::uint32_t interval; ///< Of those tries.
+    std::uint32_t started;  ///< 1 after the first wait.
+
+    /// How many times to look in this wait.
+    std::uint32_t Begin() noexcept;
+    void Succeeded(std::uint32_t looked) noexcept;
+    void Failed() noexcept;
+};
+
+extern constinit thread_local SpinBudget t_spinBudget __attribute__((tls_model("initial-exec")));
+} // namespace tarvo::kernel
