@@ -3,6 +3,7 @@
 // Everything that a client of the library needs.
 
 #include <tarvo/containers/ckarray.h>
+#include <tarvo/containers/ckarraymanaged.h>
 #include <tarvo/containers/ckcontainer.h>
 #include <tarvo/containers/cklist.h>
 #include <tarvo/containers/ckmap.h>
@@ -25,14 +26,24 @@
 #include <tarvo/core/cksingleton.h>
 #include <tarvo/core/cksmartpointer.h>
 #include <tarvo/core/ckweakpointer.h>
+#include <tarvo/platform/kernel/messagebox.h>
 #include <tarvo/streams/ckbasetype.h>
 #include <tarvo/streams/ckbasetypes.h>
 #include <tarvo/streams/ckiclassindex.h>
 #include <tarvo/streams/ckiclassname.h>
 #include <tarvo/streams/ckidumpable.h>
 #include <tarvo/streams/ckiserializable.h>
+#include <tarvo/streams/ckpolylinebase.h>
 #include <tarvo/streams/ckstreamreadbinary.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
 #include <tarvo/streams/ckstreamwritebinary.h>
+#include <tarvo/system/ckdiagnosticsinterface.h>
+#include <tarvo/system/ckmachinecapabilities.h>
 #include <tarvo/threads/ckcriticalsection.h>
+#include <tarvo/threads/ckevent.h>
+#include <tarvo/threads/ckperformancecounter.h>
+#include <tarvo/threads/cktask.h>
+#include <tarvo/threads/ckthread.h>
+#include <tarvo/threads/ckthreadpool.h>
+#include <tarvo/threads/cktimer.h>
 #include <tarvo/version.h>

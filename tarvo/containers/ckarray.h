@@ -29,8 +29,11 @@ TARVO_API CkSmartPointer<CkMemoryBlock<0, unsigned int>> newArrayBlock(unsigned 
 [[noreturn]] TARVO_API void raiseArrayShortRead();
 } // namespace tarvo::detail
 
+template <class T, int N>
+class CkArrayManaged;
+
 /// A growable array of elements that are no more than their bytes: trivially copyable, and as a new slot with whatever
-/// its memory held.
+/// its memory held. Arrays of other elements are `CkArrayManaged`s, and can only be used as such arrays.
 ///
 /// `N` selects how elements are compared and stored: 0 all at once as bytes, 1 one by one (compared with the element's
 /// own equality). Indexes are below the element count; only checked builds look. Values passed by reference may be
@@ -57,10 +60,11 @@ template <class T, int N, template <class, int> class Policy>
 class CkArray : public Policy<T, N>, public CkContainer<T>
 {
     static_assert(N == 0 || N == 1, "elements are treated all at once (0) or one by one (1)");
-    static_assert(std::is_trivially_copyable_v<T>, "the elements of an array must be no more than their bytes");
     static_assert(std::is_copy_assignable_v<T>, "the elements of an array are assigned to");
     static_assert(sizeof(T) <= 0x10000, "values are on the stack while elements move");
     static_assert(alignof(T) <= alignof(std::max_align_t), "the heap aligns for fundamental types");
+
+    static constexpr bool areBytes = std::is_trivially_copyable_v<T>;
 
 public:
     using MemoryBlock = CkSmartPointer<CkMemoryBlock<0, unsigned int>, 1, unsigned int>;
@@ -68,14 +72,21 @@ public:
     using const_iterator = const T*;
 
     /// Empty, without storage, growing exponentially.
-    CkArray() noexcept = default;
+    CkArray() noexcept
+        requires(areBytes)
+    = default;
 
     /// `count` elements of undefined content.
-    explicit CkArray(unsigned int count) : m_elementCount(count), m_memoryElementCount(count) { CkArray::allocate(); }
+    explicit CkArray(unsigned int count)
+        requires(areBytes)
+        : m_elementCount(count), m_memoryElementCount(count)
+    {
+        CkArray::allocate();
+    }
 
     /// The values, of which there must be `count`; anything else raises `CkExceptionPreconditionViolation`.
     template <class... Values>
-        requires(sizeof...(Values) != 0 && (std::convertible_to<Values, T> && ...))
+        requires(areBytes && sizeof...(Values) != 0 && (std::convertible_to<Values, T> && ...))
     CkArray(unsigned int count, Values... values) : CkArray(requireCount(count, sizeof...(Values)))
     {
         T* slot = m_data;
@@ -83,13 +94,19 @@ public:
     }
 
     /// A copy of the elements and the way of growing, with storage for just these.
-    CkArray(const CkArray& other) : CkArray(other.m_elementCount)
+    CkArray(const CkArray& other)
+        requires(areBytes)
+        : CkArray(other.m_elementCount)
     {
         m_growStep = other.m_growStep;
         this->copyconstruct(other.m_data, m_data, m_elementCount);
     }
 
-    CkArray(CkArray&& other) noexcept { take(other); }
+    CkArray(CkArray&& other) noexcept
+        requires(areBytes)
+    {
+        take(other);
+    }
 
     void init(void*& position) const override { position = nullptr; }
     bool hasMoreElements(void* const& position) const override { return indexOf(position) < m_elementCount; }
@@ -259,7 +276,14 @@ public:
             Remove(m_elementCount - 1);
     }
 
-    void Reverse() { std::reverse(begin(), end()); }
+    void Reverse()
+    {
+        if constexpr (areBytes)
+            std::reverse(begin(), end());
+        else
+            for (std::size_t i = 0; i != m_elementCount / 2; ++i)
+                std::swap_ranges(bytesAt(i), bytesAt(i + 1), bytesAt(m_elementCount - 1 - i));
+    }
 
     /// Moves every element `amount` places towards the tail, those from the end to the front. `amount` is from -count
     /// to count.
@@ -269,8 +293,12 @@ public:
         const std::ptrdiff_t places = amount < 0 ? amount + count : amount;
         if (TARVO_CHECKED && (places < 0 || places > count))
             tarvo::detail::trap("an array was rotated by more than its length");
-        if (places > 0 && places < count)
+        if (places <= 0 || places >= count)
+            return;
+        if constexpr (areBytes)
             std::rotate(begin(), end() - places, end());
+        else
+            std::rotate(bytesAt(0), bytesAt(static_cast<std::size_t>(count - places)), bytesAt(m_elementCount));
     }
 
     /// Writes the elements with a "," between them.
@@ -288,6 +316,7 @@ public:
 
     /// Writes the stored form.
     void Serialize(CkStreamWriteBinary& stream) const
+        requires(areBytes)
     {
         stream << versionMark;
         stream.WriteVersion(storedVersion);
@@ -303,6 +332,7 @@ public:
     /// before; `CkExceptionStream` where the elements end early; what the stream raises. An array whose elements were
     /// not all read is empty. The stream must not use the array meanwhile.
     void Serialize(CkStreamReadBinary& stream)
+        requires(areBytes)
     {
         unsigned int count = 0;
         stream >> count;
@@ -319,6 +349,13 @@ public:
     }
 
 protected:
+    /// For the managed array, whose elements may be more than their bytes.
+    struct Managed
+    {
+    };
+
+    explicit CkArray(Managed) noexcept {}
+
     /// Gives the array a new block for as many elements as it says it has memory for; none for 0.
     virtual void allocate()
     {
@@ -381,6 +418,9 @@ protected:
     }
 
 private:
+    template <class, int>
+    friend class CkArrayManaged;
+
     static constexpr unsigned int versionMark = 0xFFFFFFFF;
     static constexpr unsigned int storedVersion = 1;
     static constexpr auto storedWidth = static_cast<unsigned int>(sizeof(T));
@@ -391,6 +431,9 @@ private:
 
     static std::size_t indexOf(void* position) noexcept { return reinterpret_cast<std::size_t>(position); }
     static std::size_t bytesOf(std::size_t count) noexcept { return count * sizeof(T); }
+
+    /// Where an element begins, for elements that move as bytes and must not be assigned to one another.
+    unsigned char* bytesAt(std::size_t index) noexcept { return reinterpret_cast<unsigned char*>(m_data + index); }
 
     static unsigned int checkedCount(std::size_t count)
     {
@@ -503,7 +546,10 @@ private:
 
     bool isEqual(const CkArray& other, CkIntToType<0>) const
     {
-        return m_elementCount == 0 || std::memcmp(m_data, other.m_data, bytesOf(m_elementCount)) == 0;
+        if constexpr (areBytes)
+            return m_elementCount == 0 || std::memcmp(m_data, other.m_data, bytesOf(m_elementCount)) == 0;
+        else
+            return isEqual(other, CkIntToType<1>());
     }
 
     bool isEqual(const CkArray& other, CkIntToType<1>) const { return std::equal(begin(), end(), other.begin()); }

@@ -173,6 +173,16 @@ public:
     T& AddHead(const T& value) { return prepended(newNode(value)); }
     T& AddHead(T&& value) { return prepended(newNode(std::move(value))); }
 
+    /// As `AddTail`, but false instead of `CkExceptionOutOfMemory`: for those who hold a lock, under which an exception
+    /// should not be reported.
+    bool TryAddTail(T value)
+    {
+        Node* const node = pool().TryCreate(std::move(value));
+        if (node != nullptr)
+            appended(node);
+        return node != nullptr;
+    }
+
     /// The list is not empty.
     T& GetHead() noexcept { return existing(this->m_head).element; }
     const T& GetHead() const noexcept { return existing(this->m_head).element; }
@@ -237,9 +247,14 @@ private:
     template <class... Arguments>
     Node* newNode(Arguments&&... arguments)
     {
+        return pool().Create(std::forward<Arguments>(arguments)...);
+    }
+
+    PlexManager& pool() noexcept
+    {
         if (TARVO_CHECKED && !this->m_pool)
             tarvo::detail::trap("a list without a pool was given an element");
-        return this->m_pool->Create(std::forward<Arguments>(arguments)...);
+        return *this->m_pool;
     }
 
     T& appended(Node* node) noexcept

@@ -3,13 +3,16 @@
 
 #include <tarvo/core/ckexception.h>
 #include <tarvo/core/detail/containerpool.h>
-#include <tarvo/library/unloadsequence.h>
+#include <tarvo/library/libraryentry.h>
 #include <tarvo/streams/ckbasetypes.h>
 #include <tarvo/streams/ckiserializable.h>
+#include <tarvo/streams/ckpolylinebase.h>
 #include <tarvo/streams/ckstreamreadbinary.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
 #include <tarvo/streams/ckstreamwritebinary.h>
+#include <tarvo/threads/detail/eventregistry.h>
 
+tarvo::detail::LibraryModuleState tarvo::detail::g_moduleState;
 const CkRTTI CkExceptionCondition::RTTI(CK_T("CkExceptionCondition"), CkException::RTTI, nullptr,
                                         &CloneByFactory<CkExceptionCondition>);
 const CkRTTI CkExceptionOutOfMemory::RTTI(CK_T("CkExceptionOutOfMemory"), CkException::RTTI, nullptr,
@@ -35,6 +38,7 @@ const CkRTTI CkExceptionStream::RTTI(CK_T("CkExceptionStream"), CkException::RTT
 const CkRTTI CkExceptionWrongFileVersion::RTTI(CK_T("CkExceptionWrongFileVersion"), CkException::RTTI, nullptr,
                                                &CloneByFactory<CkExceptionWrongFileVersion>);
 tarvo::detail::ContainerPool tarvo::detail::g_containerPool;
+constinit tarvo::detail::EventRegistry tarvo::detail::g_eventRegistry;
 const CkRTTI tarvo::detail::BaseTypeRecord::RTTI(CK_T("CkBaseType"), CkISerializable::RTTI, nullptr, nullptr);
 const CkRTTI CkBool::RTTI(CK_T("CkBool"), BaseTypeRecord::RTTI, &CreateByFactory<CkBool>, &CloneByFactory<CkBool>);
 const CkRTTI CkInt8::RTTI(CK_T("CkInt8"), BaseTypeRecord::RTTI, &CreateByFactory<CkInt8>, &CloneByFactory<CkInt8>);
@@ -57,12 +61,15 @@ const CkRTTI CkFloat64::RTTI(CK_T("CkFloat64"), BaseTypeRecord::RTTI, &CreateByF
 const CkRTTI CkChar::RTTI(CK_T("CkChar"), BaseTypeRecord::RTTI, &CreateByFactory<CkChar>, &CloneByFactory<CkChar>);
 const CkRTTI CkString::RTTI(CK_T("CkString"), BaseTypeRecord::RTTI, &CreateByFactory<CkString>,
                             &CloneByFactory<CkString>);
+const CkRTTI CkPolyLineBase::RTTI(CK_T("CkPolyLineBase"), CkISerializable::RTTI, nullptr, nullptr);
 
 namespace
 {
-/// Constructed last and destroyed first: what was made on first use goes before the static objects.
-const struct UnloadOwner
+/// Constructed last and destroyed first: the framework is told of a library that is complete, and what was made on first
+/// use goes before the static objects.
+const struct LibraryEntry
 {
-    ~UnloadOwner() { tarvo::detail::unloadLibrary(); }
-} unloadOwner;
+    LibraryEntry() { tarvo::detail::processAttach(); }
+    ~LibraryEntry() { tarvo::detail::processDetach(); }
+} libraryEntry;
 } // namespace

@@ -22,6 +22,10 @@
 #    define CK_T(text) L##text
 #else
 #    include <tarvo/platform/kernel/linux/declarations.h>
+#    include <tarvo/platform/kernel/linux/libraries.h>
+#    include <tarvo/platform/kernel/linux/localmemory.h>
+#    include <tarvo/platform/kernel/linux/machine.h>
+#    include <tarvo/platform/kernel/linux/performancecounter.h>
 #endif
 
 static_assert(sizeof(LONG) == 4 && sizeof(ULONG) == 4 && sizeof(DWORD) == 4);

@@ -110,7 +110,7 @@ TEST(KernelEvent, a_duplicate_keeps_the_object_and_other_handles_are_refused)
     const Handle semaphore(CreateSemaphoreW(nullptr, 0, 1, nullptr));
     for (const HANDLE handle : {closed, HANDLE{nullptr}, semaphore.value})
     {
-        BOOL (*const calls[])
+        BOOL(*const calls[])
         (HANDLE) = {[](HANDLE h) { return SetEvent(h); }, [](HANDLE h) { return ResetEvent(h); },
                     [](HANDLE h) { return PulseEvent(h); }};
         for (const auto call : calls)

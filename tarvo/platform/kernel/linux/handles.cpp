@@ -20,10 +20,9 @@ HANDLE makeHandle(std::uint32_t index, ObjectKind kind, std::uint64_t word) noex
 /// Where a duplicate leads; nothing when it was closed meanwhile.
 ObjectRef follow(HANDLE handle, const Object& slot) noexcept
 {
-    const ObjectRef ref{slot.target.load(std::memory_order_relaxed),
-                        slot.targetGeneration.load(std::memory_order_relaxed)};
-    // The two belong together, and to this handle, if it is still open after they were read.
-    std::atomic_thread_fence(std::memory_order_acquire);
+    // The two belong together, and to this handle, if it is still open after they were read: acquire keeps the order.
+    const ObjectRef ref{slot.target.load(std::memory_order_acquire),
+                        slot.targetGeneration.load(std::memory_order_acquire)};
     return isOpenFor(handle, slot.word.load(std::memory_order_relaxed)) ? ref : ObjectRef();
 }
 

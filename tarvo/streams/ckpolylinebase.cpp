@@ -1,0 +1,10 @@
+#include <tarvo/streams/ckpolylinebase.h>
+
+CkPolyLineBase::CkPolyLineBase() noexcept = default;
+CkPolyLineBase::CkPolyLineBase(const CkPolyLineBase&) noexcept : CkISerializable() {}
+CkPolyLineBase::~CkPolyLineBase() = default;
+
+const CkRTTI& CkPolyLineBase::GetRTTI() const
+{
+    return RTTI;
+}

@@ -1,0 +1,569 @@
+#include <tarvo/threads/ckthreadpool.h>
+
+#include <tarvo/core/ckexception.h>
+#include <tarvo/system/ckmachinecapabilities.h>
+#include <tarvo/threads/cktimer.h>
+#include <tarvo/threads/detail/workerthread.h>
+
+#include <memory>
+#include <thread>
+#include <utility>
+
+template class CkSingleton<CkThreadPool>;
+
+namespace
+{
+constexpr const WCHAR* source = CK_T("tarvo\\threads\\ckthreadpool");
+constexpr unsigned int lineBadPriority = 10;
+constexpr unsigned int lineOutOfMemory = 20;
+
+constexpr unsigned int taskBlockSize = 100;
+
+/// What is left of a time-out. Never grows; no time-out stays none.
+class Remaining
+{
+public:
+    explicit Remaining(unsigned int timeoutMs) : m_timeoutMs(timeoutMs) { m_timer.Start(); }
+
+    unsigned int Get() const
+    {
+        if (m_timeoutMs == INFINITE)
+            return INFINITE;
+        const unsigned __int64 elapsed = m_timer.GetElapsedTime();
+        return elapsed < m_timeoutMs ? m_timeoutMs - static_cast<unsigned int>(elapsed) : 0;
+    }
+
+private:
+    const unsigned int m_timeoutMs;
+    CkTimer m_timer{CkTimer::eResolutionMilliseconds};
+};
+} // namespace
+
+/// The outermost stay of a thread does, as it leaves, what must not be done under the lock.
+class CkThreadPool::Stay
+{
+public:
+    explicit Stay(CkThreadPool& pool) : m_pool(pool) { pool.m_lock.Enter(); }
+
+    /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again.
+    Stay(CkThreadPool& pool, ForWorker) noexcept : m_pool(pool), m_isWorkers(true) { enterAgain(); }
+
+    Stay(const Stay&) = delete;
+    Stay& operator=(const Stay&) = delete;
+    ~Stay() { Leave(); }
+
+    /// Whether this stay is within another one of the thread.
+    bool IsNested() const noexcept { return m_pool.m_lock.GetRecursionCount() > 1; }
+
+    /// Leaves the lock; false when a worker that was wanted could not be started.
+    bool Leave() noexcept
+    {
+        if (m_left)
+            return true;
+        m_left = true;
+        if (IsNested())
+        {
+            leaveLock();
+            return true;
+        }
+        releaseTasks();
+        m_pool.updateIdleState();
+        WorkerList ended = m_isWorkers ? WorkerList() : std::exchange(m_pool.m_endedWorkers, WorkerList());
+        const unsigned int toStart = std::exchange(m_pool.m_workersToStart, 0);
+        leaveLock();
+        while (WorkerThread* const worker = ended.TakeHead())
+            delete worker;
+        bool started = true;
+        for (unsigned int i = 0; i < toStart; ++i)
+            started = m_pool.createWorkerThread() && started;
+        return started;
+    }
+
+private:
+    void enterAgain() noexcept
+    {
+        for (;; std::this_thread::yield())
+        {
+            try
+            {
+                m_pool.m_lock.Enter();
+                return;
+            }
+            catch (...)
+            {
+            }
+        }
+    }
+
+    void leaveLock() noexcept
+    {
+        try
+        {
+            m_pool.m_lock.Leave();
+        }
+        catch (...)
+        {
+            // The lock is free; the one who waits for it looks again by itself.
+        }
+    }
+
+    void releaseTasks() noexcept
+    {
+        while (!m_pool.m_releasedTasks.IsEmpty())
+        {
+            Task task = std::move(m_pool.m_releasedTasks.GetHead().task);
+            m_pool.m_releasedTasks.RemoveHead();
+            leaveLock();
+            task.Reset();
+            enterAgain();
+        }
+    }
+
+    CkThreadPool& m_pool;
+    bool m_left = false;
+    const bool m_isWorkers = false;
+};
+
+void CkThreadPool::SThreadData::SetPool(const CkSmartPointer<TaskNodePool>& pool)
+{
+    for (TaskQueue& queue : queues)
+        queue.SetPlexManager(pool);
+}
+
+bool CkThreadPool::SThreadData::IsUnused() const noexcept
+{
+    return running == 0 && queues[0].IsEmpty() && queues[1].IsEmpty() && queues[2].IsEmpty();
+}
+
+CkThreadPool::Task CkThreadPool::SThreadData::TakeFirst()
+{
+    Task task;
+    for (unsigned int priority = eTaskPriorityHigh + 1; priority-- != 0;)
+    {
+        TaskQueue& queue = queues[priority];
+        if (queue.IsEmpty())
+            continue;
+        task = std::move(queue.GetHead().task);
+        queue.RemoveHead();
+        break;
+    }
+    return task;
+}
+
+void CkThreadPool::WorkerList::AddTail(WorkerThread& worker) noexcept
+{
+    worker.m_nextWorker = nullptr;
+    (m_tail != nullptr ? m_tail->m_nextWorker : m_head) = &worker;
+    m_tail = &worker;
+    ++m_count;
+}
+
+WorkerThread* CkThreadPool::WorkerList::TakeHead() noexcept
+{
+    WorkerThread* const worker = m_head;
+    if (worker == nullptr)
+        return nullptr;
+    m_head = worker->m_nextWorker;
+    if (m_head == nullptr)
+        m_tail = nullptr;
+    --m_count;
+    return worker;
+}
+
+void CkThreadPool::WorkerList::Remove(WorkerThread& worker) noexcept
+{
+    WorkerThread* previous = nullptr;
+    for (WorkerThread* other = m_head; other != &worker; other = other->m_nextWorker)
+        previous = other;
+    (previous != nullptr ? previous->m_nextWorker : m_head) = worker.m_nextWorker;
+    if (m_tail == &worker)
+        m_tail = previous;
+    --m_count;
+}
+
+CkThreadPool::CkThreadPool()
+    : m_runningCap(CkMachineCapabilities::GetCPUCount()), m_taskNodePool(new TaskNodePool(taskBlockSize)),
+      m_releasedTasks(m_taskNodePool)
+{
+    m_taskNodePool->PreallocateBlock();
+    m_waitingSubmitters.AddTail(0); // its pool, and the map's, obtain their first block
+    m_waitingSubmitters.RemoveHead();
+    m_threadData.TryAdd(0);
+    m_threadData.RemoveKey(0);
+
+    Stay stay(*this);
+    m_workerCount.store(m_runningCap, std::memory_order_relaxed);
+    m_workersToStart = m_runningCap;
+}
+
+CkThreadPool::~CkThreadPool()
+{
+    while (WorkerThread* const worker = m_endedWorkers.TakeHead())
+        delete worker;
+}
+
+bool CkThreadPool::AddTask(Task task, ETaskPriority priority)
+{
+    if (!task || m_closed.load(std::memory_order_acquire))
+        return false;
+    Added added;
+    bool started;
+    {
+        Stay stay(*this);
+        added = add(task, priority);
+        if (stay.IsNested())
+            releaseLater(std::move(task));
+        started = stay.Leave();
+    }
+    switch (added)
+    {
+    case Added::yes:
+    case Added::queued: return true;
+    case Added::grow: return started;
+    case Added::no: return false;
+    case Added::badPriority: throw CkException(source, lineBadPriority);
+    case Added::noMemory: break;
+    }
+    throw CkExceptionOutOfMemory(source, lineOutOfMemory);
+}
+
+CkThreadPool::Added CkThreadPool::add(const Task& task, ETaskPriority priority)
+{
+    if (m_closed.load(std::memory_order_relaxed))
+        return Added::no;
+    task->onAdd();
+    SThreadData* const data = findOrMakeData(GetCurrentThreadId());
+    if (data == nullptr)
+        return Added::noMemory;
+    Added added = Added::queued;
+    if (hasPlace(*data) && m_idleWorkers.GetCount() != 0)
+        added = startNow(task, *data);
+    if (added == Added::queued)
+        added = queue(task, *data, priority);
+    if (added != Added::yes)
+        removeIfUnused(*data);
+    return added;
+}
+
+/// Gives the task to an idle worker unless it declines. The submitter has the place meanwhile, so that its entry stays,
+/// whatever the task adds.
+CkThreadPool::Added CkThreadPool::startNow(const Task& task, SThreadData& data)
+{
+    ++data.running;
+    try
+    {
+        if (task->doNotRun())
+        {
+            --data.running;
+            return Added::no;
+        }
+    }
+    catch (...)
+    {
+        --data.running;
+        removeIfUnused(data);
+        throw;
+    }
+    // The task may have made use of the idle workers itself.
+    if (occupyWorker(task, data))
+        return Added::yes;
+    --data.running;
+    return Added::queued;
+}
+
+bool CkThreadPool::occupyWorker(const Task& task, SThreadData& data)
+{
+    while (WorkerThread* const worker = m_idleWorkers.TakeHead())
+    {
+        worker->m_state = WorkerThread::busy;
+        worker->m_data = &data;
+        if (worker->m_mailbox.Put(task))
+            return true;
+        // It cannot be reached any more, and will find that out by itself.
+        worker->m_state = WorkerThread::leaving;
+        worker->m_data = nullptr;
+        worker->m_mailbox.Stop();
+        m_workerCount.fetch_sub(1, std::memory_order_relaxed);
+    }
+    return false;
+}
+
+CkThreadPool::Added CkThreadPool::queue(const Task& task, SThreadData& data, ETaskPriority priority)
+{
+    if (priority < eTaskPriorityLow || priority > eTaskPriorityHigh)
+        return Added::badPriority;
+    if (!data.queues[priority].TryAddTail({task}))
+        return Added::noMemory;
+    ++m_queuedTasks;
+    if (!hasPlace(data))
+        return Added::yes;
+    // Where there is no memory to note who waits, the worker finds the task as one of any submitter.
+    m_waitingSubmitters.TryAddTail(data.submitter);
+    wantWorker();
+    return Added::grow;
+}
+
+/// Has a worker started when the lock is left. Counted now: until it has looked for work, the pool is not idle.
+void CkThreadPool::wantWorker() noexcept
+{
+    m_workerCount.fetch_add(1, std::memory_order_relaxed);
+    ++m_workersToStart;
+}
+
+bool CkThreadPool::createWorkerThread() noexcept
+{
+    try
+    {
+        auto worker = std::make_unique<WorkerThread>(this);
+        if (worker->Start().GetValue())
+        {
+            // In the hands of its own thread, or of the list of idle ones, and maybe deleted already.
+            static_cast<void>(worker.release());
+            return true;
+        }
+    }
+    catch (...)
+    {
+    }
+    Stay stay(*this, forWorker);
+    m_workerCount.fetch_sub(1, std::memory_order_relaxed);
+    return false;
+}
+
+void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
+{
+    const Stay stay(*this, forWorker);
+    if (SThreadData* const data = std::exchange(worker.m_data, nullptr))
+    {
+        --data->running;
+        // The place of the task that has ended is there, whatever the limit says.
+        if (serve(worker, *data, false))
+            return;
+        removeIfUnused(*data);
+    }
+    if (serveWaiting(worker) || serveAnyone(worker))
+        return;
+    worker.m_state = WorkerThread::idle;
+    m_idleWorkers.AddTail(worker);
+}
+
+bool CkThreadPool::serveWaiting(WorkerThread& worker)
+{
+    if (m_waitingSubmitters.IsEmpty())
+        return false;
+    const ULONG submitter = m_waitingSubmitters.GetHead();
+    m_waitingSubmitters.RemoveHead();
+    SThreadData* const data = m_threadData.Lookup(submitter);
+    if (data == nullptr)
+        return false;
+    if (serve(worker, *data, true))
+        return true;
+    removeIfUnused(*data);
+    return false;
+}
+
+bool CkThreadPool::serveAnyone(WorkerThread& worker)
+{
+    for (unsigned int version = m_threadDataVersion + 1; version != m_threadDataVersion;)
+    {
+        version = m_threadDataVersion;
+        for (SThreadData& data : m_threadData)
+        {
+            if (serve(worker, data, true))
+                return true;
+            removeIfUnused(data);
+            // Tasks that were asked may have added others, by whose submitters the walk has come already.
+            if (version != m_threadDataVersion)
+                break;
+        }
+    }
+    return false;
+}
+
+/// Gives the worker a task of that submitter; false when there is none, or no place for it if `capped`.
+bool CkThreadPool::serve(WorkerThread& worker, SThreadData& data, bool capped)
+{
+    while (!capped || hasPlace(data))
+    {
+        Task task = data.TakeFirst();
+        if (!task)
+            return false;
+        --m_queuedTasks;
+        ++data.running;
+        if (!declines(*task))
+        {
+            worker.m_state = WorkerThread::busy;
+            worker.m_data = &data;
+            worker.m_next = std::move(task);
+            return true;
+        }
+        --data.running;
+        releaseLater(std::move(task));
+    }
+    return false;
+}
+
+bool CkThreadPool::declines(const CkTask& task) noexcept
+{
+    try
+    {
+        return task.doNotRun();
+    }
+    catch (...)
+    {
+        return true;
+    }
+}
+
+/// Without memory for that, at once.
+void CkThreadPool::releaseLater(Task task) noexcept
+{
+    m_releasedTasks.TryAddTail({std::move(task)});
+}
+
+bool CkThreadPool::endWorker(WorkerThread& worker) noexcept
+{
+    // Who stops a worker waits for its thread and looks after the rest.
+    if (worker.m_stop.load(std::memory_order_acquire))
+        return true;
+    const Stay stay(*this, forWorker);
+    if (worker.m_stop.load(std::memory_order_relaxed))
+        return true;
+    if (worker.m_state == WorkerThread::busy)
+        return false; // a task has come meanwhile
+    if (worker.m_state == WorkerThread::idle)
+    {
+        m_idleWorkers.Remove(worker);
+        m_workerCount.fetch_sub(1, std::memory_order_relaxed);
+    }
+    worker.m_state = WorkerThread::leaving;
+    m_endedWorkers.AddTail(worker);
+    return true;
+}
+
+/// Null when there is no memory for a new entry.
+CkThreadPool::SThreadData* CkThreadPool::findOrMakeData(ULONG submitter)
+{
+    if (SThreadData* const data = m_threadData.Lookup(submitter))
+        return data;
+    SThreadData* const data = m_threadData.TryAdd(submitter);
+    if (data == nullptr)
+        return nullptr;
+    ++m_threadDataVersion;
+    data->submitter = submitter;
+    data->SetPool(m_taskNodePool);
+    return data;
+}
+
+void CkThreadPool::removeIfUnused(SThreadData& data) noexcept
+{
+    if (!data.IsUnused())
+        return;
+    ++m_threadDataVersion;
+    const ULONG submitter = data.submitter;
+    m_threadData.RemoveKey(submitter);
+}
+
+bool CkThreadPool::isIdle() const noexcept
+{
+    return m_idleWorkers.GetCount() == getWorkerCount() && m_queuedTasks == 0;
+}
+
+void CkThreadPool::updateIdleState() noexcept
+{
+    const bool idle = isIdle();
+    if (idle == m_idleEventSet)
+        return;
+    m_idleEventSet = idle;
+    if (idle)
+        m_idleEvent.Set();
+    else
+        m_idleEvent.Reset();
+}
+
+bool CkThreadPool::WaitUntilIdle(unsigned int timeoutMs)
+{
+    const Remaining remaining(timeoutMs);
+    for (;;)
+    {
+        Stay stay(*this);
+        if (isIdle())
+            return true;
+        // Tasks for which no worker could be started have nobody who would run them.
+        if (m_queuedTasks != 0 && getWorkerCount() == 0)
+            wantWorker();
+        // Whoever has set it from outside, the pool is not idle.
+        m_idleEvent.Reset();
+        m_idleEventSet = false;
+        if (!stay.Leave() || m_idleEvent.Wait(remaining.Get()) != CkEvent::eWaitSignaled)
+            return false;
+    }
+}
+
+bool CkThreadPool::ShutdownAndWait(unsigned int timeoutMs)
+{
+    const Remaining remaining(timeoutMs);
+    while (WaitUntilIdle(remaining.Get()))
+    {
+        Stay stay(*this);
+        if (!isIdle())
+            continue;
+        if (getWorkerCount() == 0)
+            return true;
+        m_closed.store(true, std::memory_order_release);
+        ++m_stopping;
+        const bool stopped = stopWorkers(stay, 0);
+        const Stay again(*this);
+        m_failed = m_failed || !stopped;
+        --m_stopping;
+        m_closed.store(m_failed || m_stopping != 0, std::memory_order_release);
+        return stopped;
+    }
+    return false;
+}
+
+bool CkThreadPool::limitWorkerCount(unsigned int maxWorkers)
+{
+    while (WaitUntilIdle(INFINITE))
+    {
+        Stay stay(*this);
+        if (isIdle())
+            return getWorkerCount() <= maxWorkers || stopWorkers(stay, maxWorkers);
+    }
+    return false;
+}
+
+/// Ends idle workers until there are at most `maxWorkers`. Called with all of them idle; leaves the lock. They stay
+/// counted until they have ended, so that the pool is not idle before.
+bool CkThreadPool::stopWorkers(Stay& stay, unsigned int maxWorkers)
+{
+    WorkerList signalled;
+    for (unsigned int excess = getWorkerCount() - maxWorkers; excess != 0; --excess)
+    {
+        WorkerThread* const worker = m_idleWorkers.TakeHead();
+        worker->m_state = WorkerThread::leaving;
+        worker->m_stop.store(true, std::memory_order_release);
+        worker->m_mailbox.Stop();
+        signalled.AddTail(*worker);
+    }
+    stay.Leave();
+
+    unsigned int ended = 0;
+    WorkerList failed;
+    while (WorkerThread* const worker = signalled.TakeHead())
+    {
+        if (worker->WaitUntilTerminate(INFINITE).GetValue())
+        {
+            delete worker;
+            ++ended;
+        }
+        else
+            failed.AddTail(*worker);
+    }
+    const bool stopped = failed.GetCount() == 0;
+    const Stay again(*this);
+    m_workerCount.fetch_sub(ended, std::memory_order_relaxed);
+    while (WorkerThread* const worker = failed.TakeHead())
+        m_idleWorkers.AddTail(*worker);
+    return stopped;
+}

@@ -1,0 +1,3 @@
+// A diagnostics client that lacks two of its entry points.
+
+extern "C" void SendDiagnosticsTraceW() {}

@@ -1,0 +1,302 @@
+#include <tarvo/tarvo.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+// Where tests want more or fewer submitters than processors, they make tasks that wait for an event, and as many threads
+// as they need.
+
+struct CkThreadPoolPeer
+{
+    static CkThreadPool& Pool() { return CkThreadPool::GetInstance(); }
+    static unsigned int WorkerCount() { return Pool().getWorkerCount(); }
+    static bool Limit(unsigned int count) { return Pool().limitWorkerCount(count); }
+
+    static unsigned int EntryCount()
+    {
+        const CkCriticalSectionAuto guard(Pool().m_lock);
+        return Pool().m_threadData.GetCount();
+    }
+};
+
+namespace
+{
+using Peer = CkThreadPoolPeer;
+using Priority = CkThreadPool::ETaskPriority;
+constexpr Priority low = CkThreadPool::eTaskPriorityLow;
+constexpr Priority normal = CkThreadPool::eTaskPriorityNormal;
+constexpr Priority high = CkThreadPool::eTaskPriorityHigh;
+
+/// Calls what it is given.
+class Work : public CkTask
+{
+public:
+    explicit Work(std::function<void()> run = {}, std::function<bool()> decline = {}, std::function<void()> add = {})
+        : m_run(std::move(run)), m_decline(std::move(decline)), m_add(std::move(add))
+    {
+        ++s_alive;
+    }
+
+    ~Work() override { --s_alive; }
+
+    static inline std::atomic<int> s_alive{0};
+
+protected:
+    CkCheckReturn<bool, CkCheckReturnPolicyAssert> doRun() override
+    {
+        if (m_run)
+            m_run();
+        return true;
+    }
+
+    bool doNotRun() const override { return m_decline && m_decline(); }
+
+    void onAdd() override
+    {
+        CkTask::onAdd();
+        if (m_add)
+            m_add();
+    }
+
+private:
+    const std::function<void()> m_run;
+    const std::function<bool()> m_decline;
+    const std::function<void()> m_add;
+};
+
+bool add(const CkSmartPointer<CkTask>& task, Priority priority = normal)
+{
+    return Peer::Pool().AddTask(task, priority);
+}
+
+bool addWork(std::function<void()> run, Priority priority = normal)
+{
+    return add(new Work(std::move(run)), priority);
+}
+
+unsigned int processors()
+{
+    return CkMachineCapabilities::GetCPUCount();
+}
+
+class CkThreadPoolTest : public testing::Test
+{
+protected:
+    void SetUp() override { EXPECT_EQ(Work::s_alive, 0); }
+
+    void TearDown() override
+    {
+        gate.Set();
+        EXPECT_TRUE(Peer::Pool().ShutdownAndWait(INFINITE));
+        EXPECT_EQ(Work::s_alive, 0);
+        EXPECT_EQ(Peer::EntryCount(), 0u);
+        EXPECT_EQ(Peer::WorkerCount(), 0u);
+    }
+
+    /// As many tasks of the calling thread as may run at once, which run until the gate opens.
+    void occupyAll()
+    {
+        for (unsigned int i = 0; i < processors(); ++i)
+            EXPECT_TRUE(addWork([this] { gate.Wait(INFINITE); }));
+    }
+
+    CkEvent gate;
+};
+} // namespace
+
+TEST_F(CkThreadPoolTest, runs_one_submitters_tasks_by_priority_and_in_order)
+{
+    occupyAll();
+    const unsigned int workers = Peer::WorkerCount();
+    std::mutex mutex;
+    std::vector<int> order;
+    const Priority priorities[] = {low, high, normal, low, high, normal};
+    // One place alone is given up, so that one worker runs them all.
+    CkEvent last;
+    for (int i = 0; i < 6; ++i)
+    {
+        EXPECT_TRUE(addWork(
+            [&, i]
+            {
+                const std::lock_guard guard(mutex);
+                order.push_back(i);
+            },
+            priorities[i]));
+    }
+    EXPECT_EQ(Peer::WorkerCount(), workers); // the submitter has no place for another
+    EXPECT_FALSE(Peer::Pool().WaitUntilIdle(0));
+    EXPECT_FALSE(Peer::Pool().ShutdownAndWait(5));
+    EXPECT_THROW(add(new Work, static_cast<Priority>(3)), CkException);
+    gate.Set();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    if (processors() == 1)
+    {
+        EXPECT_EQ(order, (std::vector<int>{1, 4, 2, 5, 0, 3}));
+    }
+    EXPECT_EQ(order.size(), 6u);
+    EXPECT_TRUE(add(new Work, static_cast<Priority>(3))); // not looked at when it goes straight to a worker
+}
+
+TEST_F(CkThreadPoolTest, grows_for_a_submitter_that_has_places)
+{
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    occupyAll();
+    const unsigned int workers = Peer::WorkerCount();
+    EXPECT_GE(workers, processors());
+    CkEvent ran;
+    std::thread other([&] { EXPECT_TRUE(addWork([&] { ran.Set(); })); });
+    other.join();
+    EXPECT_EQ(ran.Wait(INFINITE), CkEvent::eWaitSignaled); // although all the others are busy
+    EXPECT_EQ(Peer::WorkerCount(), workers + 1);
+    gate.Set();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_TRUE(Peer::Limit(1));
+    EXPECT_EQ(Peer::WorkerCount(), 1u);
+    EXPECT_TRUE(Peer::Limit(1));
+    std::atomic<int> count{0};
+    for (int i = 0; i < 100; ++i)
+        EXPECT_TRUE(addWork([&] { ++count; }));
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_EQ(count, 100);
+}
+
+TEST_F(CkThreadPoolTest, leaves_nothing_of_what_declines_or_fails_to_be_added)
+{
+    EXPECT_FALSE(add(nullptr));
+    EXPECT_TRUE(addWork({})); // from here on there is an idle worker
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    const auto mustNotRun = [] { ADD_FAILURE(); };
+    EXPECT_FALSE(add(new Work(mustNotRun, [] { return true; })));
+    EXPECT_THROW(add(new Work(mustNotRun, []() -> bool { throw 7; })), int);
+    EXPECT_THROW(add(new Work(mustNotRun, {}, [] { throw 8; })), int);
+    EXPECT_EQ(Peer::EntryCount(), 0u);
+    EXPECT_EQ(Work::s_alive, 0);
+
+    occupyAll();
+    EXPECT_TRUE(add(new Work(mustNotRun, [] { return true; })));
+    EXPECT_TRUE(add(new Work(mustNotRun, []() -> bool { throw 7; })));
+    std::atomic<bool> ran{false};
+    EXPECT_TRUE(addWork([&] { ran = true; }));
+    gate.Set();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(Peer::EntryCount(), 0u);
+}
+
+// Hooks and destructors add tasks, from the submitter's thread and from workers, for submitters that the pool does not
+// know yet.
+TEST_F(CkThreadPoolTest, takes_tasks_from_within_its_hooks)
+{
+    std::atomic<int> runs{0};
+    struct AddsAtEnd : Work
+    {
+        explicit AddsAtEnd(std::atomic<int>& count) : Work([&count] { ++count; }), runs(count) {}
+        ~AddsAtEnd() override
+        {
+            addWork([&count = runs] { ++count; });
+        }
+        std::atomic<int>& runs;
+    };
+    const auto addOne = [&] { EXPECT_TRUE(addWork([&] { ++runs; })); };
+    const auto addOneAndDecline = [&] { return addOne(), true; };
+    const auto addOneAndRun = [&] { return addOne(), false; };
+    for (int busy = 0; busy < 2; ++busy)
+    {
+        runs = 0;
+        gate.Reset();
+        if (busy != 0)
+            occupyAll();
+        add(new Work([&] { ++runs; }, {}, addOne));             // 2
+        add(new Work([&] { ++runs; }, addOneAndRun));           // 2, and one more for each time it is asked
+        add(new Work([] { ADD_FAILURE(); }, addOneAndDecline)); // 1
+        add(new AddsAtEnd(runs));                               // 2
+        addWork(addOne);                                        // 1
+        gate.Set();
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        // The one that adds as it ends does so after the worker that ran it has let it go.
+        while (runs < 8)
+            std::this_thread::yield();
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        EXPECT_GE(runs, 8);
+        EXPECT_LE(runs, 9);
+    }
+}
+
+TEST_F(CkThreadPoolTest, notices_workers_that_set_all_has_ended)
+{
+    for (int round = 0; round < 50; ++round)
+    {
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        CkEvent::SetAll();
+        if (round % 2 == 0)
+        {
+            while (Peer::WorkerCount() != 0)
+                std::this_thread::yield();
+        }
+        CkEvent ran;
+        EXPECT_TRUE(addWork([&] { ran.Set(); }));
+        EXPECT_EQ(ran.Wait(INFINITE), CkEvent::eWaitSignaled);
+    }
+    // Neither is fooled by an idle event that others have set, nor spins.
+    occupyAll();
+    CkEvent::SetAll(); // opens the gate as well, for those who have come to it
+    gate.Reset();
+    EXPECT_TRUE(addWork([this] { gate.Wait(INFINITE); }));
+    EXPECT_FALSE(Peer::Pool().WaitUntilIdle(5));
+    EXPECT_FALSE(Peer::Pool().ShutdownAndWait(5));
+}
+
+TEST_F(CkThreadPoolTest, refuses_tasks_while_it_shuts_down_and_works_again_afterwards)
+{
+    std::atomic<int> accepted{0};
+    std::atomic<int> ran{0};
+    std::atomic<bool> end{false};
+    std::vector<std::thread> submitters;
+    for (int i = 0; i < 3; ++i)
+    {
+        submitters.emplace_back(
+            [&]
+            {
+                while (!end)
+                {
+                    for (int burst = 0; burst < 10; ++burst)
+                        accepted += addWork([&] { ++ran; }) ? 1 : 0;
+                    std::this_thread::yield();
+                }
+            });
+    }
+    for (int i = 0; i < 50; ++i)
+    {
+        const int before = accepted;
+        if (Peer::Pool().ShutdownAndWait(i % 2 == 0 ? 100 : INFINITE))
+        {
+            EXPECT_GE(ran, before);
+        }
+    }
+    end = true;
+    for (std::thread& submitter : submitters)
+        submitter.join();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_EQ(ran, accepted);
+    {
+        const CkThreadPoolShutdown guard;
+        EXPECT_TRUE(addWork([&] { ++ran; }));
+    }
+    EXPECT_EQ(ran, accepted + 1);
+    EXPECT_EQ(Peer::WorkerCount(), 0u);
+}
+
+TEST_F(CkThreadPoolTest, a_task_can_be_waited_for)
+{
+    std::atomic<bool> ran{false};
+    const CkSmartPointer<CkTask> task(new Work([&] { ran = true; }));
+    task->RunAsThread();
+    EXPECT_TRUE(task->WaitUntilTerminate(INFINITE));
+    EXPECT_TRUE(ran);
+    EXPECT_TRUE(task->IsSuccessful());
+}
