@@ -1,4 +1,4 @@
-// The process ends with its exit code although singletons, static objects and running threads still use the library.
+// The process ends with the exit code that is its argument although singletons, static objects and running threads still use the library.
 
 #include <tarvo/tarvo.h>
 
@@ -10,8 +10,6 @@
 
 namespace
 {
-constexpr int success = 0;
-
 int g_steps = 0;
 
 [[noreturn]] void fail(int code)
@@ -92,7 +90,7 @@ void workForEver(CkCriticalSection& section)
 }
 } // namespace
 
-int main()
+int main(int, char** arguments)
 {
     static Last last;
     static CkCriticalSection section(10);
@@ -105,5 +103,5 @@ int main()
         std::thread(workForEver, std::ref(section)).detach();
     for (int i = 0; i < 100; ++i)
         const CkCriticalSectionAuto guard(section);
-    std::exit(success);
+    std::exit(std::atoi(arguments[1]));
 }

@@ -1,9 +1,12 @@
-// Loads a client module, and with it the library, uses both and unloads them, many times over. The program itself does
-// not use the library, so nothing else keeps it.
+// Loads a client module, and with it the library, uses both and unloads them, many times over; nothing is left behind.
+// With an argument, uses them once and ends with them, and with this exit code, while threads go on using them. The
+// program itself does not use the library, so nothing else keeps it.
 
 #include <support/dynamiclibrary.h>
+#include <support/resources.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace
@@ -21,6 +24,9 @@ bool loadUseUnload(int round)
     void* const module = dynamiclibrary::load(client);
     if (module == nullptr)
         return failed("the client does not load", round);
+    auto* const isFresh = dynamiclibrary::find<bool()>(module, "isFresh");
+    if (isFresh == nullptr || !isFresh())
+        return failed("a class is missing, or there is a singleton already", round);
     auto* const use = dynamiclibrary::find<int(char*)>(module, "use");
     char order[3] = {};
     if (use == nullptr || use(order) != 0)
@@ -34,14 +40,39 @@ bool loadUseUnload(int round)
         return failed("something was not unloaded", round);
     return true;
 }
-} // namespace
 
-int main()
+int loadOften()
 {
-    for (int round = 0; round < 200; ++round)
+    constexpr int rounds = 200;
+    Resources before = {};
+    for (int round = 0; round < rounds; ++round)
     {
+        // What the system keeps for good, it has by then.
+        if (round == rounds / 2)
+            before = Resources::Now();
         if (!loadUseUnload(round))
             return 1;
     }
-    return 0;
+    const Resources after = Resources::Now();
+    std::printf("memory %zu, %zu handles, %zu threads; then %zu, %zu, %zu\n", before.memory, before.handles,
+                before.threads, after.memory, after.handles, after.threads);
+    const bool grown = after.memory > before.memory + rounds / 2 * Resources::leftByLoading ||
+                       after.handles != before.handles || after.threads != before.threads;
+    return grown ? 1 : 0;
+}
+
+int endInUse(int exitCode)
+{
+    void* const module = dynamiclibrary::load(client);
+    char order[3] = {};
+    if (module == nullptr || dynamiclibrary::find<int(char*)>(module, "use")(order) != 0)
+        return 1;
+    dynamiclibrary::find<void()>(module, "stayBusy")();
+    std::exit(exitCode);
+}
+} // namespace
+
+int main(int count, char** arguments)
+{
+    return count > 1 ? endInUse(std::atoi(arguments[1])) : loadOften();
 }

@@ -35,8 +35,24 @@ Function* find(void* module, const char* symbol)
 {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(module), symbol)));
 }
+
+/// The module that `address` lies in.
+inline void* moduleOf(const void* address)
+{
+    HMODULE module = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       static_cast<const char*>(address), &module);
+    return reinterpret_cast<void*>(module);
+}
 #else
 inline constexpr const char* tarvo = "libTarvo";
+
+inline void* moduleOf(const void* address)
+{
+    Dl_info info = {};
+    dladdr(address, &info);
+    return info.dli_fbase;
+}
 
 inline std::string pathOf(const std::string& name)
 {

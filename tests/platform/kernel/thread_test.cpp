@@ -67,7 +67,7 @@ TEST(KernelThread, runs_when_it_is_resumed_and_has_ended_for_who_waited)
     EXPECT_EQ(WaitForSingleObject(thread.value, 5), DWORD{WAIT_TIMEOUT});
     EXPECT_FALSE(shared.ran);
     EXPECT_EQ(exitCodeOf(thread.value), DWORD{STILL_ACTIVE});
-    EXPECT_EQ(ResumeThread(thread.value), 1u);
+    EXPECT_EQ(ResumeThread(thread.value), DWORD{1});
     EXPECT_EQ(WaitForSingleObject(thread.value, INFINITE), DWORD{WAIT_OBJECT_0});
     EXPECT_EQ(g_threadLocals, 1);
     EXPECT_EQ(shared.id, id);
@@ -98,7 +98,7 @@ TEST(KernelThread, priorities_are_kept)
         SetLastError(12345);
         EXPECT_EQ(SetThreadPriority(thread.value, row.priority), row.result) << row.priority;
         last = row.result ? row.priority : last;
-        EXPECT_EQ(GetLastError(), DWORD{row.result ? 12345 : ERROR_INVALID_PARAMETER}) << row.priority;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.result ? 12345 : ERROR_INVALID_PARAMETER)) << row.priority;
         EXPECT_EQ(GetThreadPriority(thread.value), last);
     }
     ResumeThread(thread.value);
@@ -109,7 +109,7 @@ TEST(KernelThread, priorities_are_kept)
     EXPECT_EQ(GetThreadPriority(event.value), THREAD_PRIORITY_ERROR_RETURN);
     EXPECT_FALSE(GetExitCodeThread(event.value, &code));
     EXPECT_FALSE(TerminateThread(event.value, 0));
-    EXPECT_EQ(ResumeThread(event.value), 0xFFFFFFFFu);
+    EXPECT_EQ(ResumeThread(event.value), DWORD{0xFFFFFFFF});
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
 }
 

@@ -66,14 +66,15 @@ public:
 
     ~EndOfThreads()
     {
-        if (m_isThere && !isProcessEnding())
+        // From here on nobody keeps slots, as nobody would take them back.
+        if (m_isThere.exchange(false) && !isProcessEnding())
             pthread_key_delete(m_key);
     }
 
     /// Whether the cache will be emptied when the running thread ends.
     bool Register(Cache& cache) const noexcept
     {
-        if (!m_isThere || pthread_setspecific(m_key, &cache) != 0)
+        if (!m_isThere.load(std::memory_order_relaxed) || pthread_setspecific(m_key, &cache) != 0)
             return false;
         cache.registered = 1;
         return true;
@@ -87,16 +88,16 @@ private:
         spill(cache, 0);
     }
 
-    bool m_isThere;
+    std::atomic<bool> m_isThere;
     pthread_key_t m_key{};
 };
 
-const EndOfThreads endOfThreads;
+EndOfThreads g_endOfThreads;
 
 /// How many slots the running thread may keep.
 std::uint32_t allowance(Cache& cache) noexcept
 {
-    return cache.registered != 0 || endOfThreads.Register(cache) ? Cache::capacity : 0;
+    return cache.registered != 0 || g_endOfThreads.Register(cache) ? Cache::capacity : 0;
 }
 } // namespace
 
