@@ -16,6 +16,8 @@ using Machine = CkMachineCapabilities;
 
 namespace
 {
+constexpr unsigned int notMeasured = 0xFFFFFFFF;
+
 struct SRecord
 {
     CString machineName;
@@ -24,7 +26,7 @@ struct SRecord
     CString modelName = CK_T("unknown");
     unsigned int processorCount = 1;
     unsigned int features = 0;
-    unsigned int speed = 0;
+    mutable std::atomic<unsigned int> speed{notMeasured};
     unsigned __int64 totalPhysicalMemory = 0;
     unsigned __int64 totalVirtualMemory = 0;
 };
@@ -91,8 +93,6 @@ bool fill(SRecord& record)
     const tarvo::kernel::CpuId leaf = tarvo::kernel::cpuId(1);
     record.modelName = tarvo::detail::processorModel(record.vendor, leaf.eax);
     record.features = tarvo::detail::processorFeatures(leaf.ecx, leaf.edx);
-    if ((record.features & Machine::eCPUFeatureTSC) != 0)
-        record.speed = measureSpeed();
     MEMORYSTATUSEX memory{};
     static_assert(sizeof memory == 64);
     memory.dwLength = sizeof memory;
@@ -170,9 +170,18 @@ const CString& CkMachineCapabilities::GetCPUModelName()
     return theRecord().modelName;
 }
 
+// Measured when it is first asked for, not with the rest: who wants to know how many processors there are, as the pool
+// does before it takes its first task, should not wait for that.
 unsigned int CkMachineCapabilities::GetCPUSpeed()
 {
-    return theRecord().speed;
+    const SRecord& record = theRecord();
+    if (record.speed.load(std::memory_order_relaxed) == notMeasured)
+    {
+        const CkCriticalSectionAuto guard(g_lock.object);
+        if (record.speed.load(std::memory_order_relaxed) == notMeasured)
+            record.speed.store(HasCPUFeature(eCPUFeatureTSC) ? measureSpeed() : 0, std::memory_order_relaxed);
+    }
+    return record.speed.load(std::memory_order_relaxed);
 }
 
 bool CkMachineCapabilities::HasCPUFeature(ECPUFeatures features)

@@ -216,6 +216,8 @@ TEST(CkThread, tells_how_it_went_and_can_start_again)
     }
 }
 
+#if !TARVO_THREAD_SANITIZER // which does not survive the end of a thread that it does not hear of
+
 TEST(CkThread, is_ended_by_force_or_by_its_destruction)
 {
     Worker worker;
@@ -230,6 +232,8 @@ TEST(CkThread, is_ended_by_force_or_by_its_destruction)
     worker.release.Set(); // nobody is left who would hear it
     EXPECT_LE(worker.runs, 2);
 }
+
+#endif
 
 TEST(CkThread, one_that_deletes_itself_may_be_gone_before_start_returns)
 {

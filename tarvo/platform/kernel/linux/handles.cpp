@@ -21,8 +21,7 @@ HANDLE makeHandle(std::uint32_t index, ObjectKind kind, std::uint64_t word) noex
 ObjectRef follow(HANDLE handle, const Object& slot) noexcept
 {
     // The two belong together, and to this handle, if it is still open after they were read: acquire keeps the order.
-    const ObjectRef ref{slot.target.load(std::memory_order_acquire),
-                        slot.targetGeneration.load(std::memory_order_acquire)};
+    const ObjectRef ref{slot.Target(), slot.payloadGeneration.load(std::memory_order_acquire)};
     return isOpenFor(handle, slot.word.load(std::memory_order_relaxed)) ? ref : ObjectRef();
 }
 
@@ -62,14 +61,13 @@ bool closeHandle(HANDLE handle) noexcept
         if ((word & (Object::queuedBit | Object::sharedBit)) != 0)
             return closeShared(*slot, handle);
         const ObjectKind kind = slot->kind.load(std::memory_order_relaxed);
-        Object* const target = slot->target.load(std::memory_order_relaxed);
-        Thread* const thread = slot->thread.load(std::memory_order_relaxed);
+        void* const payload = slot->payload.load(std::memory_order_relaxed);
         if (!closeOnly(*slot, word))
             continue;
         if (kind == ObjectKind::duplicate)
-            dropReference(*target);
+            dropReference(*static_cast<Object*>(payload));
         else if (kind == ObjectKind::thread)
-            forgetThread(thread);
+            forgetThread(static_cast<Thread*>(payload));
         return true;
     }
     return false;
@@ -90,8 +88,8 @@ HANDLE duplicateHandle(HANDLE source) noexcept
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    slot->target.store(ref.object, std::memory_order_relaxed);
-    slot->targetGeneration.store(ref.generation, std::memory_order_relaxed);
+    slot->payload.store(ref.object, std::memory_order_relaxed);
+    slot->payloadGeneration.store(ref.generation, std::memory_order_relaxed);
     return openSlot(*slot, ObjectKind::duplicate, 0);
 }
 } // namespace
@@ -111,7 +109,7 @@ HANDLE openObject(ObjectKind kind, std::uint32_t signals, std::uint32_t maximum,
     if (slot == nullptr)
         return nullptr;
     slot->maximum.store(maximum, std::memory_order_relaxed);
-    slot->thread.store(thread, std::memory_order_relaxed);
+    slot->payload.store(thread, std::memory_order_relaxed);
     return openSlot(*slot, kind, signals);
 }
 
@@ -156,9 +154,9 @@ bool dropReferenceLocked(KernelObject& object) noexcept
         object.word.store((word & Object::generationMask) + Object::generation, std::memory_order_release);
         return true;
     }
-    // Alone again, the handle can be closed in one step.
+    // Alone again, the handle can be closed in one step, without the lock: release pairs with the acquire there.
     if (object.references == 1)
-        object.word.fetch_and(~Object::sharedBit, std::memory_order_relaxed);
+        object.word.fetch_and(~Object::sharedBit, std::memory_order_release);
     return false;
 }
 
@@ -176,7 +174,7 @@ void dropReference(KernelObject& object) noexcept
 void endObject(KernelObject& object) noexcept
 {
     const bool isThread = object.kind.load(std::memory_order_relaxed) == ObjectKind::thread;
-    Thread* const thread = object.thread.load(std::memory_order_relaxed);
+    Thread* const thread = object.ThreadData();
     giveSlot(object);
     if (isThread)
         forgetThread(thread);

@@ -55,10 +55,9 @@ struct alignas(64) KernelObject
 
     // Written before the word opens the slot.
     std::atomic<ObjectKind> kind;
-    std::atomic<std::uint32_t> maximum; ///< Of a semaphore.
-    std::atomic<KernelObject*> target;  ///< Of a duplicate: the object.
-    std::atomic<std::uint64_t> targetGeneration;
-    std::atomic<Thread*> thread; ///< Of a thread.
+    std::atomic<std::uint32_t> maximum;           ///< Of a semaphore.
+    std::atomic<void*> payload;                   ///< Of a duplicate: the object. Of a thread: its data.
+    std::atomic<std::uint64_t> payloadGeneration; ///< Of a duplicate: that of the object.
 
     // Guarded by the lock.
     FutexLock lock;
@@ -69,6 +68,13 @@ struct alignas(64) KernelObject
 
     std::uint32_t nextFree; ///< Of a slot that is not in use: the index of the next one, plus 1. See slots.cpp.
 
+    KernelObject* Target() const noexcept
+    {
+        return static_cast<KernelObject*>(payload.load(std::memory_order_acquire));
+    }
+
+    Thread* ThreadData() const noexcept { return static_cast<Thread*>(payload.load(std::memory_order_relaxed)); }
+
     /// Whether a wait leaves the signal.
     bool StaysSet() const noexcept
     {
@@ -76,6 +82,8 @@ struct alignas(64) KernelObject
         return k == ObjectKind::manualEvent || k == ObjectKind::thread;
     }
 };
+
+static_assert(sizeof(KernelObject) == 64, "an object is one cache line");
 
 /// An object as a call has found it: it is this one as long as the generation is the same.
 struct ObjectRef

@@ -152,22 +152,6 @@ bool installHandler() noexcept
     return sigaction(endSignal, &action, nullptr) == 0;
 }
 
-#if TARVO_THREAD_SANITIZER
-/// ThreadSanitizer waits for ever in a join with a thread that did not end in its own way.
-void joinTerminated(Thread& thread) noexcept
-{
-    pthread_detach(thread.pthread);
-    while (tgkill(getpid(), thread.systemId, 0) == 0)
-        usleep(1000);
-    setAndWake(thread.join, Thread::joined);
-}
-#else
-void joinTerminated(Thread& thread) noexcept
-{
-    joinThread(thread);
-}
-#endif
-
 bool terminate(Thread& thread, DWORD exitCode) noexcept
 {
     std::uint32_t expected = Thread::running;
@@ -181,7 +165,7 @@ bool terminate(Thread& thread, DWORD exitCode) noexcept
     static const bool installed = installHandler();
     if (!installed || tgkill(getpid(), thread.systemId, endSignal) != 0)
         return false;
-    joinTerminated(thread);
+    joinThread(thread);
     announceEnd(thread, exitCode);
     return true;
 }
@@ -211,7 +195,7 @@ public:
 
     explicit operator bool() const noexcept { return static_cast<bool>(m_object); }
     Thread* operator->() const noexcept { return &**this; }
-    Thread& operator*() const noexcept { return *m_object.object->thread.load(std::memory_order_relaxed); }
+    Thread& operator*() const noexcept { return *m_object.object->ThreadData(); }
 
 private:
     ObjectRef m_object;

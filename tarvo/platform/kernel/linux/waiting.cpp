@@ -103,7 +103,8 @@ void thaw(Object& object) noexcept
     if (object.first != nullptr)
         return;
     const std::uint64_t shared = object.references == 1 ? Object::sharedBit : 0;
-    object.word.fetch_and(~(Object::queuedBit | shared), std::memory_order_relaxed);
+    // Release: the next change may come without the lock, and end the object.
+    object.word.fetch_and(~(Object::queuedBit | shared), std::memory_order_release);
 }
 
 /// Takes a signal of a frozen object that has one.
@@ -544,7 +545,7 @@ public:
     void Join(std::uint32_t index) const noexcept
     {
         if (m_held[index])
-            joinThread(*m_refs[index].object->thread.load(std::memory_order_relaxed));
+            joinThread(*m_refs[index].object->ThreadData());
     }
 
     void JoinAll() const noexcept
