@@ -51,19 +51,19 @@ public:
 
     bool Set() noexcept
     {
-        SetLastError(ERROR_SUCCESS);
+        clearLastError();
         return ::SetEvent(m_handle) == TRUE;
     }
 
     bool Reset() noexcept
     {
-        SetLastError(ERROR_SUCCESS);
+        clearLastError();
         return ::ResetEvent(m_handle) == TRUE;
     }
 
     bool Pulse() noexcept
     {
-        SetLastError(ERROR_SUCCESS);
+        clearLastError();
         return ::PulseEvent(m_handle) == TRUE;
     }
 
@@ -72,7 +72,7 @@ public:
 
     EWaitResult Wait(unsigned int timeoutMs) const noexcept
     {
-        SetLastError(ERROR_SUCCESS);
+        clearLastError();
         const DWORD waited = WaitForSingleObject(m_handle, timeoutMs);
         if (waited == WAIT_OBJECT_0)
             return eWaitSignaled;
@@ -103,5 +103,12 @@ public:
     static void SetAll();
 
 private:
+    /// Reads first: a store would have to wait in front of the interlocked operation that follows as a rule.
+    static void clearLastError() noexcept
+    {
+        if (GetLastError() != ERROR_SUCCESS)
+            SetLastError(ERROR_SUCCESS);
+    }
+
     HANDLE m_handle;
 };

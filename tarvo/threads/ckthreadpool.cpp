@@ -71,8 +71,7 @@ public:
         WorkerList ended = m_isWorkers ? WorkerList() : std::exchange(m_pool.m_endedWorkers, WorkerList());
         const unsigned int toStart = std::exchange(m_pool.m_workersToStart, 0);
         leaveLock();
-        while (WorkerThread* const worker = ended.TakeHead())
-            delete worker;
+        reap(ended);
         bool started = true;
         for (unsigned int i = 0; i < toStart; ++i)
             started = m_pool.createWorkerThread() && started;
@@ -198,8 +197,17 @@ CkThreadPool::CkThreadPool()
 
 CkThreadPool::~CkThreadPool()
 {
-    while (WorkerThread* const worker = m_endedWorkers.TakeHead())
+    reap(m_endedWorkers);
+}
+
+/// Deletes workers whose threads have ended or are about to.
+void CkThreadPool::reap(WorkerList& workers) noexcept
+{
+    while (WorkerThread* const worker = workers.TakeHead())
+    {
+        worker->WaitUntilTerminate(INFINITE).GetValue();
         delete worker;
+    }
 }
 
 bool CkThreadPool::AddTask(Task task, ETaskPriority priority)

@@ -161,6 +161,8 @@ private:
     void removeIfUnused(SThreadData& data) noexcept;
     bool hasPlace(const SThreadData& data) const noexcept { return data.running < m_runningCap; }
 
+    static void reap(WorkerList& workers) noexcept;
+
     bool isIdle() const noexcept;
     void updateIdleState() noexcept;
 

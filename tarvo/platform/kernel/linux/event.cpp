@@ -15,21 +15,18 @@ ObjectRef requireEvent(HANDLE event) noexcept
 inline bool changeAtOnce(HANDLE event, std::uint64_t before, std::uint64_t after, std::memory_order order) noexcept
 {
     using namespace tarvo::kernel;
-    KernelObject* const slot = slotOf(event);
-    if (slot == nullptr || !hasHandleBit(event, manualEventBit | autoEventBit))
-        return false;
     const std::uint64_t unset = generationOf(event) | KernelObject::openBit;
     std::uint64_t word = unset | before;
-    return slot->word.compare_exchange_strong(word, unset | after, order, std::memory_order_relaxed);
+    return hasHandleBit(event, manualEventBit | autoEventBit) &&
+           likelySlotOf(event).word.compare_exchange_strong(word, unset | after, order, std::memory_order_relaxed);
 }
 
 /// Whether an event, with nobody waiting for it, is not set.
 inline bool isNotSet(HANDLE event) noexcept
 {
     using namespace tarvo::kernel;
-    const KernelObject* const slot = slotOf(event);
-    return slot != nullptr && hasHandleBit(event, manualEventBit | autoEventBit) &&
-           slot->word.load(std::memory_order_acquire) == (generationOf(event) | KernelObject::openBit);
+    return hasHandleBit(event, manualEventBit | autoEventBit) &&
+           likelySlotOf(event).word.load(std::memory_order_acquire) == (generationOf(event) | KernelObject::openBit);
 }
 
 BOOL resetEvent(HANDLE event, bool pulse) noexcept
@@ -59,10 +56,10 @@ HANDLE CreateEventW(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initiallySet, L
     return handle;
 }
 
-BOOL SetEvent(HANDLE event) noexcept
+namespace
 {
-    if (changeAtOnce(event, 0, 1, std::memory_order_release))
-        return TRUE;
+[[gnu::noinline]] BOOL setEventOtherwise(HANDLE event) noexcept
+{
     const ObjectRef ref = requireEvent(event);
     if (!ref)
         return FALSE;
@@ -71,6 +68,13 @@ BOOL SetEvent(HANDLE event) noexcept
         return TRUE;
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
+}
+
+} // namespace
+
+BOOL SetEvent(HANDLE event) noexcept
+{
+    return changeAtOnce(event, 0, 1, std::memory_order_release) ? TRUE : setEventOtherwise(event);
 }
 
 BOOL ResetEvent(HANDLE event) noexcept

@@ -48,6 +48,14 @@ inline KernelObject* slotOf(HANDLE handle) noexcept
                                                                   : nullptr;
 }
 
+/// The slot that an event's own handle names, if it is one; else some slot. Without a branch: whoever changes the word
+/// of the slot from what an open handle must find there needs no other check.
+inline KernelObject& likelySlotOf(HANDLE handle) noexcept
+{
+    const auto low = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle));
+    return slotAt((low / 4 - 1) % slotCount);
+}
+
 inline bool isOpenFor(HANDLE handle, std::uint64_t word) noexcept
 {
     return (word & (KernelObject::generationMask | KernelObject::openBit)) ==

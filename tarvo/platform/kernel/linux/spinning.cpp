@@ -1,6 +1,5 @@
 #include <tarvo/platform/kernel/linux/spinning.h>
 
-#include <tarvo/platform/kernel/linux/futex.h>
 #include <tarvo/platform/kernel/processor.h>
 
 #include <sched.h>
@@ -16,7 +15,7 @@ constinit thread_local SpinBudget t_spinBudget __attribute__((tls_model("initial
 namespace
 {
 /// The longest look: about as long as it takes to wake two threads, one after the other.
-constexpr std::chrono::nanoseconds longestLook = std::chrono::microseconds(100);
+constexpr std::chrono::nanoseconds longestLook = std::chrono::microseconds(60);
 
 constexpr std::uint32_t fewestLooks = 16;
 constexpr std::uint32_t firstInterval = 8;
@@ -41,24 +40,39 @@ std::uint32_t mostLooks() noexcept
     return looks;
 }
 
-bool hasOneProcessor() noexcept
+
+/// Offers the processor to other threads; whether one had it.
+bool offerProcessor() noexcept
 {
-    const KeepErrno keep;
-    cpu_set_t set;
-    // A machine with more processors than the set has room for refuses the call.
-    return sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) == 1;
+    // An offer that nobody takes is a third of this.
+    constexpr auto taken = std::chrono::microseconds(1);
+    const auto start = std::chrono::steady_clock::now();
+    sched_yield();
+    return std::chrono::steady_clock::now() - start > taken;
 }
 } // namespace
 
+SpinBudget::Pause SpinBudget::PauseBefore(std::uint32_t looked) noexcept
+{
+    constexpr std::uint32_t offerInterval = 64;
+    if (looked % offerInterval != (offersFirst ? 0 : offerInterval - 1))
+    {
+        spinPause();
+        return Pause::none;
+    }
+    offersFirst = offerProcessor();
+    return offersFirst ? Pause::others : Pause::none;
+}
+
 std::uint32_t SpinBudget::Begin() noexcept
 {
-    if (looks != 0 || (started != 0 && --waits != 0))
+    if (looks != 0 || (started && --waits != 0))
         return looks;
-    if (started == 0)
+    if (!started)
         interval = firstInterval;
-    started = 1;
+    started = true;
     waits = interval;
-    return hasOneProcessor() ? 0 : looks = mostLooks();
+    return looks = mostLooks();
 }
 
 void SpinBudget::Succeeded(std::uint32_t looked) noexcept

@@ -3,7 +3,6 @@
 #include <tarvo/platform/kernel/linux/slots.h>
 #include <tarvo/platform/kernel/linux/spinning.h>
 #include <tarvo/platform/kernel/linux/time.h>
-#include <tarvo/platform/kernel/processor.h>
 
 #include <array>
 
@@ -291,18 +290,23 @@ Taken take(const ObjectRef& ref) noexcept
 /// Looks for a signal as long as that has paid lately.
 Taken spin(const ObjectRef& ref) noexcept
 {
-    const std::uint32_t looks = t_spinBudget.Begin();
+    SpinBudget& budget = t_spinBudget;
+    const std::uint32_t looks = budget.Begin();
     for (std::uint32_t looked = 0; looked < looks; ++looked)
     {
-        spinPause();
+        const SpinBudget::Pause pause = budget.PauseBefore(looked);
         const Taken taken = take(ref);
-        if (taken == Taken::no)
-            continue;
-        t_spinBudget.Succeeded(looked);
-        return taken;
+        if (taken != Taken::no)
+        {
+            if (pause != SpinBudget::Pause::others)
+                budget.Succeeded(looked);
+            return taken;
+        }
+        if (pause == SpinBudget::Pause::others)
+            break;
     }
     if (looks != 0)
-        t_spinBudget.Failed();
+        budget.Failed();
     return Taken::no;
 }
 
@@ -642,8 +646,6 @@ void abandonWait() noexcept
 }
 } // namespace tarvo::kernel
 
-using tarvo::kernel::ObjectKind;
-using tarvo::kernel::ObjectRef;
 
 namespace tarvo::kernel
 {
@@ -653,27 +655,26 @@ namespace
 /// most waits find.
 inline bool takeEventAtOnce(HANDLE handle) noexcept
 {
-    Object* const slot = slotOf(handle);
-    if (slot == nullptr)
-        return false;
+    Object& slot = likelySlotOf(handle);
     std::uint64_t set = generationOf(handle) | Object::openBit | 1;
     if (hasHandleBit(handle, autoEventBit))
-        return slot->word.compare_exchange_strong(set, set - 1, std::memory_order_acquire);
-    return hasHandleBit(handle, manualEventBit) && slot->word.load(std::memory_order_acquire) == set;
+        return slot.word.compare_exchange_strong(set, set - 1, std::memory_order_acquire);
+    return hasHandleBit(handle, manualEventBit) && slot.word.load(std::memory_order_acquire) == set;
+}
+
+[[gnu::noinline]] DWORD waitOtherwise(HANDLE handle, DWORD timeoutMs) noexcept
+{
+    const ObjectRef ref = requireObject(handle, ObjectKind::manualEvent, ObjectKind::thread);
+    if (!ref)
+        return WAIT_FAILED;
+    return ref.Kind() == ObjectKind::thread ? waitForThread(ref, timeoutMs) : waitForOne(ref, timeoutMs);
 }
 } // namespace
 } // namespace tarvo::kernel
 
 DWORD WaitForSingleObject(HANDLE object, DWORD timeoutMs) noexcept
 {
-    if (tarvo::kernel::takeEventAtOnce(object))
-        return WAIT_OBJECT_0;
-    const ObjectRef ref = tarvo::kernel::requireObject(object, ObjectKind::manualEvent, ObjectKind::thread);
-    if (!ref)
-        return WAIT_FAILED;
-    if (ref.Kind() == ObjectKind::thread) [[unlikely]]
-        return tarvo::kernel::waitForThread(ref, timeoutMs);
-    return tarvo::kernel::waitForOne(ref, timeoutMs);
+    return tarvo::kernel::takeEventAtOnce(object) ? WAIT_OBJECT_0 : tarvo::kernel::waitOtherwise(object, timeoutMs);
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD timeoutMs) noexcept
