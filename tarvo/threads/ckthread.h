@@ -53,7 +53,8 @@ TARVO_API bool waitForThread(HANDLE handle, unsigned int timeoutMs) noexcept;
 
 /// A thread that calls a member function of its owner, an object of class `T`. `Policy` starts it.
 ///
-/// Threads: one thread at a time starts, terminates and destroys it; any may wait for its end meanwhile.
+/// Threads: one thread at a time starts, terminates and destroys it, while no other uses it; any may wait for the end of a
+/// thread that was started.
 /// Blocking: `Start` until the new thread has run `onThreadStart`; `WaitUntilTerminate` up to a time-out in milliseconds,
 /// 0xFFFFFFFF without limit. When that says true, the thread executes nothing any more.
 /// Lifetime: the owner outlives the thread. Destroying the object ends a thread that still runs forcibly, with the exit
@@ -205,14 +206,19 @@ private:
         }
     }
 
+    bool callOwner()
+    {
+        const CkCheckReturn<bool, CkCheckReturnPolicyAssert> result = (m_owner->*m_runFunction)();
+        return result.GetValue();
+    }
+
     unsigned int run() noexcept
     {
         addState(stateRunning);
         bool ok = succeeds([this] { return onThreadStart(), true; });
         if (tarvo::detail::ThreadStart* const start = m_start.exchange(nullptr, std::memory_order_acq_rel))
             start->Signal();
-        ok = ok && succeeds([this] { return (m_owner->*m_runFunction)().GetValue(); }) &&
-             succeeds([this] { return onThreadEnd(0), true; });
+        ok = ok && succeeds([this] { return callOwner(); }) && succeeds([this] { return onThreadEnd(0), true; });
         if (!ok)
             addState(stateFailed);
         const bool deleteNow = deletesItself();

@@ -91,32 +91,42 @@ extern constinit thread_local ThreadEnding t_ending __attribute__((tls_model("in
 /// Ends the running thread without any clean-up but that of the wait in which it was interrupted.
 [[noreturn]] void endThreadNow() noexcept;
 
-/// Holds a lock. A signal handler of the same thread may look at the counts at any moment.
-template <class Lock>
-class [[nodiscard]] Hold
+/// Keeps the running thread from being ended forcibly. A signal handler of the same thread may look at the counts at any
+/// moment.
+class [[nodiscard]] Undisturbed
 {
 public:
-    explicit Hold(Lock& lock) noexcept : m_lock(&lock)
+    Undisturbed() noexcept
     {
         t_ending.locks = t_ending.locks + 1;
         std::atomic_signal_fence(std::memory_order_seq_cst);
-        lock.lock();
     }
-
-    Hold(const Hold&) = delete;
-    Hold& operator=(const Hold&) = delete;
-
-    ~Hold()
+    Undisturbed(const Undisturbed&) = delete;
+    Undisturbed& operator=(const Undisturbed&) = delete;
+    ~Undisturbed()
     {
-        m_lock->unlock();
         std::atomic_signal_fence(std::memory_order_seq_cst);
         t_ending.locks = t_ending.locks - 1;
         std::atomic_signal_fence(std::memory_order_seq_cst);
         if (t_ending.pending != 0 && t_ending.locks == 0)
             endThreadNow();
     }
+};
+
+/// Holds a lock. A signal handler of the same thread may look at the counts at any moment.
+template <class Lock>
+class [[nodiscard]] Hold
+{
+public:
+    explicit Hold(Lock& lock) noexcept : m_lock(&lock) { lock.lock(); }
+
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+    ~Hold() { m_lock->unlock(); }
 
 private:
+    const Undisturbed m_undisturbed;
     Lock* const m_lock;
 };
 } // namespace tarvo::kernel

@@ -40,9 +40,13 @@ bool closeShared(Object& slot, HANDLE handle) noexcept
     bool last = false;
     {
         const Hold hold(slot.lock);
-        if (!isOpenFor(handle, slot.word.load(std::memory_order_relaxed)))
-            return false;
-        slot.word.fetch_and(~Object::openBit, std::memory_order_relaxed);
+        // Another call may close the handle in one step at any moment, as the word says by now.
+        std::uint64_t word = slot.word.load(std::memory_order_relaxed);
+        do
+        {
+            if (!isOpenFor(handle, word))
+                return false;
+        } while (!slot.word.compare_exchange_weak(word, word & ~Object::openBit, std::memory_order_relaxed));
         last = dropReferenceLocked(slot);
     }
     if (last)
@@ -52,6 +56,7 @@ bool closeShared(Object& slot, HANDLE handle) noexcept
 
 bool closeHandle(HANDLE handle) noexcept
 {
+    const Undisturbed undisturbed;
     Object* const slot = slotOf(handle);
     while (slot != nullptr)
     {
@@ -75,6 +80,7 @@ bool closeHandle(HANDLE handle) noexcept
 
 HANDLE duplicateHandle(HANDLE source) noexcept
 {
+    const Undisturbed undisturbed;
     const ObjectRef ref = findObject(source);
     if (!ref || !addReference(ref))
     {
@@ -88,8 +94,8 @@ HANDLE duplicateHandle(HANDLE source) noexcept
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    slot->payload.store(ref.object, std::memory_order_relaxed);
-    slot->payloadGeneration.store(ref.generation, std::memory_order_relaxed);
+    slot->payload.store(ref.object, std::memory_order_release);
+    slot->payloadGeneration.store(ref.generation, std::memory_order_release);
     return openSlot(*slot, ObjectKind::duplicate, 0);
 }
 } // namespace
@@ -105,11 +111,12 @@ HANDLE openSlot(KernelObject& slot, ObjectKind kind, std::uint32_t signals) noex
 
 HANDLE openObject(ObjectKind kind, std::uint32_t signals, std::uint32_t maximum, Thread* thread) noexcept
 {
+    const Undisturbed undisturbed;
     Object* const slot = takeSlot();
     if (slot == nullptr)
         return nullptr;
     slot->maximum.store(maximum, std::memory_order_relaxed);
-    slot->payload.store(thread, std::memory_order_relaxed);
+    slot->payload.store(thread, std::memory_order_release);
     return openSlot(*slot, kind, signals);
 }
 
@@ -162,6 +169,7 @@ bool dropReferenceLocked(KernelObject& object) noexcept
 
 void dropReference(KernelObject& object) noexcept
 {
+    const Undisturbed undisturbed;
     bool last = false;
     {
         const Hold hold(object.lock);

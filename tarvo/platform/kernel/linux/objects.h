@@ -12,6 +12,8 @@
 // thread ends the object in it. What it finds is then another generation, and the call's compare-and-swap fails. So no
 // call has to keep an object alive for as long as it takes, and whoever wakes from a wait may close the handle at once.
 //
+// In a child made by `fork`, objects that other threads were using at that moment are as these left them.
+//
 // The handle that an object was made with names the object's own slot. A duplicate has a slot of its own, which only
 // says where the object is.
 

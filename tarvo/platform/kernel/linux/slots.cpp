@@ -24,6 +24,7 @@ struct Cache
 
     std::uint32_t count;
     std::uint32_t registered; ///< 1 when the thread's end takes care of the cache.
+    std::uint32_t ended; ///< 1 when the thread's end has emptied the cache: it keeps no slots any more.
     std::uint32_t slots[capacity];
 };
 
@@ -71,6 +72,15 @@ public:
             pthread_key_delete(m_key);
     }
 
+    void Unregister(Cache& cache) const noexcept
+    {
+        if (cache.registered != 0)
+            pthread_setspecific(m_key, nullptr);
+        cache.registered = 0;
+        if (cache.count != 0)
+            spill(cache, 0);
+    }
+
     /// Whether the cache will be emptied when the running thread ends.
     bool Register(Cache& cache) const noexcept
     {
@@ -85,6 +95,7 @@ private:
     {
         Cache& cache = *static_cast<Cache*>(value);
         cache.registered = 0;
+        cache.ended = 1;
         spill(cache, 0);
     }
 
@@ -97,9 +108,14 @@ EndOfThreads g_endOfThreads;
 /// How many slots the running thread may keep.
 std::uint32_t allowance(Cache& cache) noexcept
 {
-    return cache.registered != 0 || g_endOfThreads.Register(cache) ? Cache::capacity : 0;
+    return cache.ended == 0 && (cache.registered != 0 || g_endOfThreads.Register(cache)) ? Cache::capacity : 0;
 }
 } // namespace
+
+void emptySlotCache() noexcept
+{
+    g_endOfThreads.Unregister(t_cache);
+}
 
 KernelObject* takeSlot() noexcept
 {

@@ -68,6 +68,9 @@ KernelObject* takeSlot() noexcept;
 /// Takes back a slot that nobody can reach any more.
 void giveSlot(KernelObject& slot) noexcept;
 
+/// The running thread keeps no slots any more.
+void emptySlotCache() noexcept;
+
 /// Makes a slot that is not in use an open handle.
 HANDLE openSlot(KernelObject& slot, ObjectKind kind, std::uint32_t signals) noexcept;
 } // namespace tarvo::kernel

@@ -1,4 +1,4 @@
-#include <tarvo/platform/kernel/linux/objects.h>
+#include <tarvo/platform/kernel/linux/slots.h>
 
 #include <tarvo/library/libraryentry.h>
 #include <tarvo/platform/kernel/kernel.h>
@@ -49,6 +49,7 @@ struct Thread
     std::atomic<std::uint32_t> life{running};
     std::atomic<std::uint32_t> join{notYet};
     std::atomic<DWORD> exitCode{STILL_ACTIVE};
+    std::atomic<DWORD> forcedCode{0}; ///< The exit code of one that is terminated.
     std::atomic<int> priority{THREAD_PRIORITY_NORMAL};
     DWORD result = 0; ///< The thread's alone.
 };
@@ -79,6 +80,18 @@ void announceEnd(Thread& thread, DWORD exitCode) noexcept
     dropReference(*object.object);
 }
 
+/// The running thread, if this layer has started it.
+constinit thread_local Thread* t_thread __attribute__((tls_model("initial-exec"))) = nullptr;
+
+/// Lets the signal through that ends the thread forcibly.
+void admitEndSignal() noexcept
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, endSignal);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
 /// Ends with its thread, after everything else that is thread-local. As long as it exists, the C library does not unload
 /// the library whose code its destructor is.
 struct EndOfThread
@@ -88,8 +101,15 @@ struct EndOfThread
         tarvo::detail::threadDetach();
         std::uint32_t expected = Thread::running;
         while (!thread->life.compare_exchange_strong(expected, Thread::ending, std::memory_order_acq_rel))
-            pause(); // the signal is on its way
+        {
+            // The signal is on its way, if it can be sent.
+            admitEndSignal();
+            waitWhile(thread->life, Thread::terminated);
+            expected = Thread::running;
+        }
+        t_thread = nullptr;
         announceEnd(*thread, thread->result);
+        emptySlotCache();
     }
 
     Thread* thread = nullptr;
@@ -101,10 +121,8 @@ void* runThread(void* argument) noexcept
 {
     Thread& thread = *static_cast<Thread*>(argument);
     t_endOfThread.thread = &thread;
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, endSignal);
-    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    t_thread = &thread;
+    admitEndSignal();
     thread.systemId = gettid();
     thread.id = GetCurrentThreadId();
     setAndWake(thread.hasStarted, 1);
@@ -157,16 +175,18 @@ bool terminate(Thread& thread, DWORD exitCode) noexcept
     std::uint32_t expected = Thread::running;
     if (!thread.life.compare_exchange_strong(expected, Thread::terminated, std::memory_order_acq_rel))
         return true;
-    if (thread.id == GetCurrentThreadId())
+    thread.forcedCode.store(exitCode, std::memory_order_release);
+    if (&thread == t_thread)
     {
-        announceEnd(thread, exitCode);
-        endThreadNow();
+        t_ending.pending = 1; // ends with the hold of the caller
+        return true;
     }
     static const bool installed = installHandler();
     if (!installed || tgkill(getpid(), thread.systemId, endSignal) != 0)
+    {
+        setAndWake(thread.life, Thread::running);
         return false;
-    joinThread(thread);
-    announceEnd(thread, exitCode);
+    }
     return true;
 }
 
@@ -206,6 +226,12 @@ void endThreadNow() noexcept
 {
     t_ending.pending = 0;
     abandonWait();
+    if (Thread* const thread = t_thread)
+    {
+        t_thread = nullptr;
+        announceEnd(*thread, thread->forcedCode.load(std::memory_order_acquire));
+    }
+    emptySlotCache();
     for (;;)
         syscall(SYS_exit, 0);
 }
@@ -213,6 +239,8 @@ void endThreadNow() noexcept
 void joinThread(Thread& thread) noexcept
 {
     std::uint32_t expected = Thread::notYet;
+    // Whoever ended in the middle of it would leave the others waiting.
+    const Undisturbed undisturbed;
     if (thread.join.compare_exchange_strong(expected, Thread::byNow, std::memory_order_acq_rel))
     {
         pthread_join(thread.pthread, nullptr);
@@ -226,7 +254,13 @@ void forgetThread(Thread* thread) noexcept
 {
     const std::unique_ptr<Thread> owner(thread);
     if (thread->join.load(std::memory_order_acquire) == Thread::notYet)
-        pthread_detach(thread->pthread);
+    {
+        // One that was ended forcibly has not told the C library, which would never give back its stack.
+        if (thread->life.load(std::memory_order_acquire) == Thread::terminated && thread->id != GetCurrentThreadId())
+            pthread_join(thread->pthread, nullptr);
+        else
+            pthread_detach(thread->pthread);
+    }
 }
 } // namespace tarvo::kernel
 
@@ -307,11 +341,17 @@ BOOL GetExitCodeThread(HANDLE handle, DWORD* exitCode) noexcept
 
 BOOL TerminateThread(HANDLE handle, DWORD exitCode) noexcept
 {
-    const ThreadOfHandle thread(handle);
-    if (!thread)
-        return FALSE;
-    if (tarvo::kernel::terminate(*thread, exitCode))
-        return TRUE;
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
+    {
+        const tarvo::kernel::Undisturbed undisturbed;
+        const ThreadOfHandle thread(handle);
+        if (!thread)
+            return FALSE;
+        if (!tarvo::kernel::terminate(*thread, exitCode))
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }
+    }
+    WaitForSingleObject(handle, INFINITE);
+    return TRUE;
 }

@@ -65,20 +65,25 @@ public:
 
     ~EndList()
     {
-        for (; m_count != 0; --m_count)
-            endObject(*m_objects[m_count - 1]);
+        while (m_first != 0)
+        {
+            Object& object = slotAt(m_first - 1);
+            m_first = object.nextFree;
+            endObject(object);
+        }
     }
 
     /// Gives up a reference; the lock of the object is held.
     void Drop(Object& object) noexcept
     {
-        if (dropReferenceLocked(object))
-            m_objects[m_count++] = &object;
+        if (!dropReferenceLocked(object))
+            return;
+        object.nextFree = m_first;
+        m_first = indexOf(object) + 1;
     }
 
 private:
-    std::array<Object*, MAXIMUM_WAIT_OBJECTS> m_objects;
-    std::size_t m_count = 0;
+    std::uint32_t m_first = 0; ///< The index of the newest, plus 1; linked as free slots are.
 };
 
 // What follows, down to the next such line, needs the lock of the object.
@@ -210,6 +215,7 @@ void serveQueue(Object& object, WakeList& wakes, EndList& ends) noexcept
 template <class Change>
 bool changeLocked(const ObjectRef& ref, Change change) noexcept
 {
+    const Undisturbed undisturbed;
     WakeList wakes;
     EndList ends;
     const auto apply = [&]
@@ -316,6 +322,7 @@ void leaveQueues(Waiter& waiter) noexcept
     for (std::uint32_t i = 0; i < waiter.count; ++i)
     {
         WaitNode& node = waiter.nodes[i];
+        const Undisturbed undisturbed;
         EndList ends;
         const Hold hold(node.ref.object->lock);
         if (!node.linked)
