@@ -46,7 +46,7 @@ public:
     explicit Stay(CkThreadPool& pool) : m_pool(pool) { pool.m_lock.Enter(); }
 
     /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again.
-    Stay(CkThreadPool& pool, ForWorker) noexcept : m_pool(pool), m_isWorkers(true) { enterAgain(); }
+    Stay(CkThreadPool& pool, Worker worker) noexcept : m_pool(pool), m_worker(worker) { enterAgain(); }
 
     Stay(const Stay&) = delete;
     Stay& operator=(const Stay&) = delete;
@@ -61,14 +61,16 @@ public:
         if (m_left)
             return true;
         m_left = true;
-        if (IsNested())
+        if (IsNested() || m_worker == Worker::ending)
         {
             leaveLock();
             return true;
         }
-        releaseTasks();
+        ReleaseTasks();
         m_pool.updateIdleState();
-        WorkerList ended = m_isWorkers ? WorkerList() : std::exchange(m_pool.m_endedWorkers, WorkerList());
+        WorkerList ended;
+        if (m_worker == Worker::none)
+            std::swap(ended, m_pool.m_endedWorkers);
         const unsigned int toStart = std::exchange(m_pool.m_workersToStart, 0);
         leaveLock();
         reap(ended);
@@ -76,6 +78,19 @@ public:
         for (unsigned int i = 0; i < toStart; ++i)
             started = m_pool.createWorkerThread() && started;
         return started;
+    }
+
+    /// Releases the tasks that were put aside for that, with the lock left meanwhile.
+    void ReleaseTasks() noexcept
+    {
+        while (!m_pool.m_releasedTasks.IsEmpty())
+        {
+            Task task = std::move(m_pool.m_releasedTasks.GetHead().task);
+            m_pool.m_releasedTasks.RemoveHead();
+            leaveLock();
+            task.Reset();
+            enterAgain();
+        }
     }
 
 private:
@@ -106,21 +121,9 @@ private:
         }
     }
 
-    void releaseTasks() noexcept
-    {
-        while (!m_pool.m_releasedTasks.IsEmpty())
-        {
-            Task task = std::move(m_pool.m_releasedTasks.GetHead().task);
-            m_pool.m_releasedTasks.RemoveHead();
-            leaveLock();
-            task.Reset();
-            enterAgain();
-        }
-    }
-
     CkThreadPool& m_pool;
     bool m_left = false;
-    const bool m_isWorkers = false;
+    const Worker m_worker = Worker::none;
 };
 
 void CkThreadPool::SThreadData::SetPool(const CkSmartPointer<TaskNodePool>& pool)
@@ -129,9 +132,9 @@ void CkThreadPool::SThreadData::SetPool(const CkSmartPointer<TaskNodePool>& pool
         queue.SetPlexManager(pool);
 }
 
-bool CkThreadPool::SThreadData::IsUnused() const noexcept
+bool CkThreadPool::SThreadData::HasTasks() const noexcept
 {
-    return running == 0 && queues[0].IsEmpty() && queues[1].IsEmpty() && queues[2].IsEmpty();
+    return !queues[0].IsEmpty() || !queues[1].IsEmpty() || !queues[2].IsEmpty();
 }
 
 CkThreadPool::Task CkThreadPool::SThreadData::TakeFirst()
@@ -262,13 +265,13 @@ CkThreadPool::Added CkThreadPool::startNow(const Task& task, SThreadData& data)
     {
         if (task->doNotRun())
         {
-            --data.running;
+            giveUpPlace(data);
             return Added::no;
         }
     }
     catch (...)
     {
-        --data.running;
+        giveUpPlace(data);
         removeIfUnused(data);
         throw;
     }
@@ -277,6 +280,14 @@ CkThreadPool::Added CkThreadPool::startNow(const Task& task, SThreadData& data)
         return Added::yes;
     --data.running;
     return Added::queued;
+}
+
+/// Tasks that the one that was asked has added have found the place taken.
+void CkThreadPool::giveUpPlace(SThreadData& data) noexcept
+{
+    --data.running;
+    if (data.HasTasks())
+        callForWorker(data);
 }
 
 bool CkThreadPool::occupyWorker(const Task& task, SThreadData& data)
@@ -305,10 +316,15 @@ CkThreadPool::Added CkThreadPool::queue(const Task& task, SThreadData& data, ETa
     ++m_queuedTasks;
     if (!hasPlace(data))
         return Added::yes;
+    callForWorker(data);
+    return Added::grow;
+}
+
+void CkThreadPool::callForWorker(const SThreadData& data) noexcept
+{
     // Where there is no memory to note who waits, the worker finds the task as one of any submitter.
     m_waitingSubmitters.TryAddTail(data.submitter);
     wantWorker();
-    return Added::grow;
 }
 
 /// Has a worker started when the lock is left. Counted now: until it has looked for work, the pool is not idle.
@@ -333,82 +349,88 @@ bool CkThreadPool::createWorkerThread() noexcept
     catch (...)
     {
     }
-    Stay stay(*this, forWorker);
+    const Stay stay(*this, Worker::working);
     m_workerCount.fetch_sub(1, std::memory_order_relaxed);
     return false;
 }
 
 void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
 {
-    const Stay stay(*this, forWorker);
+    Stay stay(*this, Worker::working);
+    Looked looked = Looked::nothing;
     if (SThreadData* const data = std::exchange(worker.m_data, nullptr))
     {
         --data->running;
         // The place of the task that has ended is there, whatever the limit says.
-        if (serve(worker, *data, false))
-            return;
-        removeIfUnused(*data);
+        looked = serve(worker, *data, false);
     }
-    if (serveWaiting(worker) || serveAnyone(worker))
-        return;
+    for (;;)
+    {
+        if (looked == Looked::nothing)
+            looked = serveWaiting(worker);
+        if (looked == Looked::nothing)
+            looked = serveAnyone(worker);
+        if (looked == Looked::served)
+            return;
+        if (looked == Looked::nothing)
+            break;
+        // What declined goes before the worker takes a task or is idle: its destructor may wait for that task, or for
+        // the pool to be idle.
+        stay.ReleaseTasks();
+        looked = Looked::nothing;
+    }
     worker.m_state = WorkerThread::idle;
     m_idleWorkers.AddTail(worker);
 }
 
-bool CkThreadPool::serveWaiting(WorkerThread& worker)
+CkThreadPool::Looked CkThreadPool::serveWaiting(WorkerThread& worker)
 {
     if (m_waitingSubmitters.IsEmpty())
-        return false;
+        return Looked::nothing;
     const ULONG submitter = m_waitingSubmitters.GetHead();
     m_waitingSubmitters.RemoveHead();
     SThreadData* const data = m_threadData.Lookup(submitter);
-    if (data == nullptr)
-        return false;
-    if (serve(worker, *data, true))
-        return true;
-    removeIfUnused(*data);
-    return false;
+    return data != nullptr ? serve(worker, *data, true) : Looked::nothing;
 }
 
-bool CkThreadPool::serveAnyone(WorkerThread& worker)
+CkThreadPool::Looked CkThreadPool::serveAnyone(WorkerThread& worker)
 {
-    for (unsigned int version = m_threadDataVersion + 1; version != m_threadDataVersion;)
+    for (SThreadData& data : m_threadData)
     {
-        version = m_threadDataVersion;
-        for (SThreadData& data : m_threadData)
-        {
-            if (serve(worker, data, true))
-                return true;
-            removeIfUnused(data);
-            // Tasks that were asked may have added others, by whose submitters the walk has come already.
-            if (version != m_threadDataVersion)
-                break;
-        }
+        const unsigned int version = m_threadDataVersion;
+        const Looked looked = serve(worker, data, true);
+        if (looked != Looked::nothing)
+            return looked;
+        if (version != m_threadDataVersion)
+            return Looked::again;
     }
-    return false;
+    return Looked::nothing;
 }
 
-/// Gives the worker a task of that submitter; false when there is none, or no place for it if `capped`.
-bool CkThreadPool::serve(WorkerThread& worker, SThreadData& data, bool capped)
+/// Gives the worker the next task of that submitter, unless there is none, no place for it if `capped`, or it declines.
+CkThreadPool::Looked CkThreadPool::serve(WorkerThread& worker, SThreadData& data, bool capped)
 {
-    while (!capped || hasPlace(data))
+    if (capped && !hasPlace(data))
+        return Looked::nothing;
+    Task task = data.TakeFirst();
+    if (!task)
     {
-        Task task = data.TakeFirst();
-        if (!task)
-            return false;
-        --m_queuedTasks;
-        ++data.running;
-        if (!declines(*task))
-        {
-            worker.m_state = WorkerThread::busy;
-            worker.m_data = &data;
-            worker.m_next = std::move(task);
-            return true;
-        }
-        --data.running;
-        releaseLater(std::move(task));
+        removeIfUnused(data);
+        return Looked::nothing;
     }
-    return false;
+    --m_queuedTasks;
+    ++data.running;
+    if (!declines(*task))
+    {
+        worker.m_state = WorkerThread::busy;
+        worker.m_data = &data;
+        worker.m_next = std::move(task);
+        return Looked::served;
+    }
+    releaseLater(std::move(task));
+    --data.running;
+    removeIfUnused(data);
+    return Looked::again;
 }
 
 bool CkThreadPool::declines(const CkTask& task) noexcept
@@ -434,7 +456,8 @@ bool CkThreadPool::endWorker(WorkerThread& worker) noexcept
     // Who stops a worker waits for its thread and looks after the rest.
     if (worker.m_stop.load(std::memory_order_acquire))
         return true;
-    const Stay stay(*this, forWorker);
+    // Once it can be reaped, the worker runs nobody else's code any more.
+    const Stay stay(*this, Worker::ending);
     if (worker.m_stop.load(std::memory_order_relaxed))
         return true;
     if (worker.m_state == WorkerThread::busy)
@@ -465,7 +488,7 @@ CkThreadPool::SThreadData* CkThreadPool::findOrMakeData(ULONG submitter)
 
 void CkThreadPool::removeIfUnused(SThreadData& data) noexcept
 {
-    if (!data.IsUnused())
+    if (data.running != 0 || data.HasTasks())
         return;
     ++m_threadDataVersion;
     const ULONG submitter = data.submitter;
@@ -498,7 +521,7 @@ bool CkThreadPool::WaitUntilIdle(unsigned int timeoutMs)
         if (isIdle())
             return true;
         // Tasks for which no worker could be started have nobody who would run them.
-        if (m_queuedTasks != 0 && getWorkerCount() == 0)
+        if (m_queuedTasks != 0 && m_idleWorkers.GetCount() == getWorkerCount())
             wantWorker();
         // Whoever has set it from outside, the pool is not idle.
         m_idleEvent.Reset();

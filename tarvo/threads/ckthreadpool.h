@@ -98,7 +98,7 @@ private:
     struct SThreadData
     {
         void SetPool(const CkSmartPointer<TaskNodePool>& pool);
-        bool IsUnused() const noexcept;
+        bool HasTasks() const noexcept;
 
         /// Takes the first task of the highest priority; null when there is none.
         Task TakeFirst();
@@ -126,9 +126,13 @@ private:
     /// A stay under the lock, which may be within another one of the same thread.
     class Stay;
 
-    static constexpr struct ForWorker
+    /// What kind of worker stays.
+    enum class Worker
     {
-    } forWorker{};
+        none,
+        working,
+        ending
+    };
 
     /// What has become of a task.
     enum class Added
@@ -141,16 +145,26 @@ private:
         noMemory
     };
 
+    /// What a worker that looks for work has found.
+    enum class Looked
+    {
+        nothing,
+        served,
+        again ///< There may be something: a task has declined, or the submitters have changed.
+    };
+
     Added add(const Task& task, ETaskPriority priority);
     Added startNow(const Task& task, SThreadData& data);
     bool occupyWorker(const Task& task, SThreadData& data);
     Added queue(const Task& task, SThreadData& data, ETaskPriority priority);
+    void giveUpPlace(SThreadData& data) noexcept;
+    void callForWorker(const SThreadData& data) noexcept;
     void wantWorker() noexcept;
 
     void considerIdleWorker(WorkerThread& worker) noexcept;
-    bool serveWaiting(WorkerThread& worker);
-    bool serveAnyone(WorkerThread& worker);
-    bool serve(WorkerThread& worker, SThreadData& data, bool capped);
+    Looked serveWaiting(WorkerThread& worker);
+    Looked serveAnyone(WorkerThread& worker);
+    Looked serve(WorkerThread& worker, SThreadData& data, bool capped);
     static bool declines(const CkTask& task) noexcept;
     void releaseLater(Task task) noexcept;
 

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -111,20 +110,23 @@ protected:
 
 TEST_F(CkThreadPoolTest, runs_one_submitters_tasks_by_priority_and_in_order)
 {
-    occupyAll();
+    // All places but one stay taken, so that one worker runs the tasks one after another.
+    CkEvent place;
+    EXPECT_TRUE(addWork([&] { place.Wait(INFINITE); }));
+    for (unsigned int i = 1; i < processors(); ++i)
+        EXPECT_TRUE(addWork([this] { gate.Wait(INFINITE); }));
     const unsigned int workers = Peer::WorkerCount();
-    std::mutex mutex;
     std::vector<int> order;
-    const Priority priorities[] = {low, high, normal, low, high, normal};
-    // One place alone is given up, so that one worker runs them all.
     CkEvent last;
+    const Priority priorities[] = {low, high, normal, low, high, normal};
     for (int i = 0; i < 6; ++i)
     {
         EXPECT_TRUE(addWork(
             [&, i]
             {
-                const std::lock_guard guard(mutex);
                 order.push_back(i);
+                if (order.size() == 6)
+                    last.Set();
             },
             priorities[i]));
     }
@@ -132,14 +134,37 @@ TEST_F(CkThreadPoolTest, runs_one_submitters_tasks_by_priority_and_in_order)
     EXPECT_FALSE(Peer::Pool().WaitUntilIdle(0));
     EXPECT_FALSE(Peer::Pool().ShutdownAndWait(5));
     EXPECT_THROW(add(new Work, static_cast<Priority>(3)), CkException);
+    place.Set();
+    EXPECT_EQ(last.Wait(INFINITE), CkEvent::eWaitSignaled);
+    EXPECT_EQ(order, (std::vector<int>{1, 4, 2, 5, 0, 3}));
     gate.Set();
     EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
-    if (processors() == 1)
-    {
-        EXPECT_EQ(order, (std::vector<int>{1, 4, 2, 5, 0, 3}));
-    }
-    EXPECT_EQ(order.size(), 6u);
     EXPECT_TRUE(add(new Work, static_cast<Priority>(3))); // not looked at when it goes straight to a worker
+}
+
+// Two submitters have made the pool larger than the limit of one.
+TEST_F(CkThreadPoolTest, runs_no_more_tasks_of_a_submitter_at_once_than_there_are_processors)
+{
+    std::thread([this] { occupyAll(); }).join();
+    occupyAll();
+    gate.Set();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_GT(Peer::WorkerCount(), processors());
+    gate.Reset();
+    std::atomic<unsigned int> running{0};
+    std::atomic<bool> tooMany{false};
+    for (unsigned int i = 0; i < 3 * processors(); ++i)
+    {
+        EXPECT_TRUE(addWork(
+            [&]
+            {
+                tooMany = tooMany || ++running > processors();
+                gate.Wait(2);
+                --running;
+            }));
+    }
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_FALSE(tooMany);
 }
 
 TEST_F(CkThreadPoolTest, grows_for_a_submitter_that_has_places)
@@ -148,11 +173,14 @@ TEST_F(CkThreadPoolTest, grows_for_a_submitter_that_has_places)
     occupyAll();
     const unsigned int workers = Peer::WorkerCount();
     EXPECT_GE(workers, processors());
+    // Another submitter's task, and one that its hook adds, run although all workers are busy.
     CkEvent ran;
-    std::thread other([&] { EXPECT_TRUE(addWork([&] { ran.Set(); })); });
-    other.join();
-    EXPECT_EQ(ran.Wait(INFINITE), CkEvent::eWaitSignaled); // although all the others are busy
-    EXPECT_EQ(Peer::WorkerCount(), workers + 1);
+    CkEvent nestedRan;
+    const auto addNested = [&] { EXPECT_TRUE(addWork([&] { nestedRan.Set(); })); };
+    std::thread([&] { EXPECT_TRUE(add(new Work([&] { ran.Set(); }, {}, addNested))); }).join();
+    EXPECT_EQ(ran.Wait(INFINITE), CkEvent::eWaitSignaled);
+    EXPECT_EQ(nestedRan.Wait(INFINITE), CkEvent::eWaitSignaled);
+    EXPECT_GT(Peer::WorkerCount(), workers);
     gate.Set();
     EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
     EXPECT_TRUE(Peer::Limit(1));
@@ -227,6 +255,66 @@ TEST_F(CkThreadPoolTest, takes_tasks_from_within_its_hooks)
     }
 }
 
+// What a task adds while it is asked finds the place taken that its own has meanwhile.
+TEST_F(CkThreadPoolTest, runs_what_a_declining_task_has_added)
+{
+    for (const bool raises : {false, true})
+    {
+        EXPECT_TRUE(addWork({}));
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        std::atomic<int> runs{0};
+        std::function<bool(int)> decline = [&](int depth)
+        {
+            if (depth == 0)
+                EXPECT_TRUE(addWork([&] { ++runs; }));
+            else
+                add(new Work({}, [&decline, depth] { return decline(depth - 1); }));
+            if (raises && depth == 5)
+                throw 7;
+            return true;
+        };
+        const CkSmartPointer<CkTask> outermost(new Work({}, [&] { return decline(5); }));
+        if (raises)
+            EXPECT_THROW(add(outermost), int);
+        else
+            EXPECT_FALSE(add(outermost));
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        EXPECT_EQ(runs, 1);
+    }
+}
+
+// A task that has declined in the queue goes before its worker is idle, or has another task.
+TEST_F(CkThreadPoolTest, lets_destructors_wait_for_the_pool)
+{
+    struct WaitsAtEnd : Work
+    {
+        explicit WaitsAtEnd(bool wait) : Work({}, [] { return true; }), waitsForTask(wait) {}
+
+        ~WaitsAtEnd() override
+        {
+            if (!waitsForTask)
+            {
+                EXPECT_FALSE(Peer::Pool().ShutdownAndWait(5)); // one is busy with this
+                return;
+            }
+            const CkSmartPointer<CkTask> task(new Work);
+            EXPECT_TRUE(add(task));
+            EXPECT_TRUE(task->WaitUntilTerminate(INFINITE));
+        }
+
+        const bool waitsForTask;
+    };
+    for (const bool waitsForTask : {false, true})
+    {
+        gate.Reset();
+        occupyAll();
+        EXPECT_TRUE(add(new WaitsAtEnd(waitsForTask)));
+        EXPECT_TRUE(addWork({}));
+        gate.Set();
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    }
+}
+
 TEST_F(CkThreadPoolTest, notices_workers_that_set_all_has_ended)
 {
     for (int round = 0; round < 50; ++round)
@@ -242,7 +330,7 @@ TEST_F(CkThreadPoolTest, notices_workers_that_set_all_has_ended)
         EXPECT_TRUE(addWork([&] { ran.Set(); }));
         EXPECT_EQ(ran.Wait(INFINITE), CkEvent::eWaitSignaled);
     }
-    // Neither is fooled by an idle event that others have set, nor spins.
+    // Neither is fooled by an idle event that others have set.
     occupyAll();
     CkEvent::SetAll(); // opens the gate as well, for those who have come to it
     gate.Reset();
