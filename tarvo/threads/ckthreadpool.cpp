@@ -66,7 +66,9 @@ public:
             leaveLock();
             return true;
         }
-        ReleaseTasks();
+        // A worker that has a task now runs that first: what declined may wait for it as it goes.
+        if (!m_hasTask)
+            ReleaseTasks();
         m_pool.updateIdleState();
         WorkerList ended;
         if (m_worker == Worker::none)
@@ -79,6 +81,9 @@ public:
             started = m_pool.createWorkerThread() && started;
         return started;
     }
+
+    /// The worker has found a task.
+    void HasTask() noexcept { m_hasTask = true; }
 
     /// Releases the tasks that were put aside for that, with the lock left meanwhile.
     void ReleaseTasks() noexcept
@@ -123,6 +128,7 @@ private:
 
     CkThreadPool& m_pool;
     bool m_left = false;
+    bool m_hasTask = false;
     const Worker m_worker = Worker::none;
 };
 
@@ -364,23 +370,23 @@ void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
         // The place of the task that has ended is there, whatever the limit says.
         looked = serve(worker, *data, false);
     }
-    for (;;)
+    while (looked != Looked::served)
     {
-        if (looked == Looked::nothing)
-            looked = serveWaiting(worker);
+        looked = serveWaiting(worker);
         if (looked == Looked::nothing)
             looked = serveAnyone(worker);
-        if (looked == Looked::served)
+        if (looked != Looked::nothing)
+            continue;
+        if (m_releasedTasks.IsEmpty())
+        {
+            worker.m_state = WorkerThread::idle;
+            m_idleWorkers.AddTail(worker);
             return;
-        if (looked == Looked::nothing)
-            break;
-        // What declined goes before the worker takes a task or is idle: its destructor may wait for that task, or for
-        // the pool to be idle.
+        }
+        // Before the worker is idle: a destructor may wait for that.
         stay.ReleaseTasks();
-        looked = Looked::nothing;
     }
-    worker.m_state = WorkerThread::idle;
-    m_idleWorkers.AddTail(worker);
+    stay.HasTask();
 }
 
 CkThreadPool::Looked CkThreadPool::serveWaiting(WorkerThread& worker)
@@ -407,30 +413,29 @@ CkThreadPool::Looked CkThreadPool::serveAnyone(WorkerThread& worker)
     return Looked::nothing;
 }
 
-/// Gives the worker the next task of that submitter, unless there is none, no place for it if `capped`, or it declines.
+/// Gives the worker the next task of that submitter that does not decline, as long as there is one, and a place for it
+/// if `capped`.
 CkThreadPool::Looked CkThreadPool::serve(WorkerThread& worker, SThreadData& data, bool capped)
 {
-    if (capped && !hasPlace(data))
-        return Looked::nothing;
-    Task task = data.TakeFirst();
-    if (!task)
+    while (!capped || hasPlace(data))
     {
-        removeIfUnused(data);
-        return Looked::nothing;
+        Task task = data.TakeFirst();
+        if (!task)
+            break;
+        --m_queuedTasks;
+        ++data.running;
+        if (!declines(*task))
+        {
+            worker.m_state = WorkerThread::busy;
+            worker.m_data = &data;
+            worker.m_next = std::move(task);
+            return Looked::served;
+        }
+        releaseLater(std::move(task));
+        --data.running;
     }
-    --m_queuedTasks;
-    ++data.running;
-    if (!declines(*task))
-    {
-        worker.m_state = WorkerThread::busy;
-        worker.m_data = &data;
-        worker.m_next = std::move(task);
-        return Looked::served;
-    }
-    releaseLater(std::move(task));
-    --data.running;
     removeIfUnused(data);
-    return Looked::again;
+    return Looked::nothing;
 }
 
 bool CkThreadPool::declines(const CkTask& task) noexcept

@@ -150,7 +150,7 @@ private:
     {
         nothing,
         served,
-        again ///< There may be something: a task has declined, or the submitters have changed.
+        again ///< There may be something: the submitters have changed.
     };
 
     Added add(const Task& task, ETaskPriority priority);
