@@ -1,10 +1,12 @@
 #include <tarvo/threads/ckthreadpool.h>
 
 #include <tarvo/core/ckexception.h>
+#include <tarvo/platform/kernel/processor.h>
 #include <tarvo/system/ckmachinecapabilities.h>
 #include <tarvo/threads/cktimer.h>
 #include <tarvo/threads/detail/workerthread.h>
 
+#include <bit>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -46,7 +48,17 @@ public:
     explicit Stay(CkThreadPool& pool) : m_pool(pool) { pool.m_lock.Enter(); }
 
     /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again.
-    Stay(CkThreadPool& pool, Worker worker) noexcept : m_pool(pool), m_worker(worker) { enterAgain(); }
+    Stay(CkThreadPool& pool, Worker worker) noexcept : m_pool(pool), m_worker(worker)
+    {
+        for (unsigned int pauses = 64; pauses <= 1024; pauses *= 2)
+        {
+            if (pool.m_lock.TryEnter())
+                return;
+            for (unsigned int i = 0; i < pauses; ++i)
+                tarvo::kernel::spinPause();
+        }
+        enterAgain();
+    }
 
     Stay(const Stay&) = delete;
     Stay& operator=(const Stay&) = delete;
@@ -138,23 +150,24 @@ void CkThreadPool::SThreadData::SetPool(const CkSmartPointer<TaskNodePool>& pool
         queue.SetPlexManager(pool);
 }
 
-bool CkThreadPool::SThreadData::HasTasks() const noexcept
+bool CkThreadPool::SThreadData::TryAdd(const Task& task, unsigned int priority)
 {
-    return !queues[0].IsEmpty() || !queues[1].IsEmpty() || !queues[2].IsEmpty();
+    const bool added = queues[priority].TryAddTail({task});
+    if (added)
+        prioritiesInUse |= 1u << priority;
+    return added;
 }
 
 CkThreadPool::Task CkThreadPool::SThreadData::TakeFirst()
 {
-    Task task;
-    for (unsigned int priority = eTaskPriorityHigh + 1; priority-- != 0;)
-    {
-        TaskQueue& queue = queues[priority];
-        if (queue.IsEmpty())
-            continue;
-        task = std::move(queue.GetHead().task);
-        queue.RemoveHead();
-        break;
-    }
+    if (!HasTasks())
+        return nullptr;
+    const auto priority = static_cast<unsigned int>(std::bit_width(prioritiesInUse)) - 1;
+    TaskQueue& queue = queues[priority];
+    Task task = std::move(queue.GetHead().task);
+    queue.RemoveHead();
+    if (queue.IsEmpty())
+        prioritiesInUse &= ~(1u << priority);
     return task;
 }
 
@@ -163,6 +176,15 @@ void CkThreadPool::WorkerList::AddTail(WorkerThread& worker) noexcept
     worker.m_nextWorker = nullptr;
     (m_tail != nullptr ? m_tail->m_nextWorker : m_head) = &worker;
     m_tail = &worker;
+    ++m_count;
+}
+
+void CkThreadPool::WorkerList::AddHead(WorkerThread& worker) noexcept
+{
+    worker.m_nextWorker = m_head;
+    if (m_head == nullptr)
+        m_tail = &worker;
+    m_head = &worker;
     ++m_count;
 }
 
@@ -253,7 +275,7 @@ CkThreadPool::Added CkThreadPool::add(const Task& task, ETaskPriority priority)
     if (data == nullptr)
         return Added::noMemory;
     Added added = Added::queued;
-    if (hasPlace(*data) && m_idleWorkers.GetCount() != 0)
+    if (hasPlace(*data) && m_idleWorkers.GetCount() != 0 && !isWorkerComing())
         added = startNow(task, *data);
     if (added == Added::queued)
         added = queue(task, *data, priority);
@@ -304,26 +326,86 @@ bool CkThreadPool::occupyWorker(const Task& task, SThreadData& data)
         worker->m_data = &data;
         if (worker->m_mailbox.Put(task))
             return true;
-        // It cannot be reached any more, and will find that out by itself.
-        worker->m_state = WorkerThread::leaving;
-        worker->m_data = nullptr;
-        worker->m_mailbox.Stop();
-        m_workerCount.fetch_sub(1, std::memory_order_relaxed);
+        loseWorker(*worker);
     }
     return false;
+}
+
+/// The worker cannot be reached any more, and will find that out by itself.
+void CkThreadPool::loseWorker(WorkerThread& worker) noexcept
+{
+    worker.m_state = WorkerThread::leaving;
+    worker.m_data = nullptr;
+    worker.m_mailbox.Notify();
+    m_workerCount.fetch_sub(1, std::memory_order_relaxed);
 }
 
 CkThreadPool::Added CkThreadPool::queue(const Task& task, SThreadData& data, ETaskPriority priority)
 {
     if (priority < eTaskPriorityLow || priority > eTaskPriorityHigh)
         return Added::badPriority;
-    if (!data.queues[priority].TryAddTail({task}))
+    if (!data.TryAdd(task, priority))
         return Added::noMemory;
     ++m_queuedTasks;
     if (!hasPlace(data))
         return Added::yes;
+    if (isWorkerComing())
+    {
+        ++m_promised;
+        return Added::yes;
+    }
     callForWorker(data);
     return Added::grow;
+}
+
+/// Whether a worker is about to look for work that no task counts on yet.
+bool CkThreadPool::isWorkerComing() const noexcept
+{
+    return m_lookers.load(std::memory_order_relaxed) > m_promised;
+}
+
+/// Finds somebody for tasks that have counted on a worker that has found another task.
+void CkThreadPool::keepPromises() noexcept
+{
+    while (m_promised > m_lookers.load(std::memory_order_relaxed))
+    {
+        const SThreadData* const data = findStartable();
+        if (data == nullptr)
+        {
+            m_promised = 0;
+            return;
+        }
+        if (wakeWorker())
+            continue;
+        --m_promised;
+        callForWorker(*data);
+    }
+}
+
+/// A submitter that has tasks and a place for one; null when there is none.
+const CkThreadPool::SThreadData* CkThreadPool::findStartable() const noexcept
+{
+    for (const SThreadData& data : m_threadData)
+    {
+        if (hasPlace(data) && data.HasTasks())
+            return &data;
+    }
+    return nullptr;
+}
+
+/// Makes an idle worker look for work; false when there is none.
+bool CkThreadPool::wakeWorker() noexcept
+{
+    while (WorkerThread* const worker = m_idleWorkers.TakeHead())
+    {
+        worker->m_state = WorkerThread::looking;
+        m_lookers.fetch_add(1, std::memory_order_relaxed);
+        if (worker->m_mailbox.Notify())
+            return true;
+        m_lookers.fetch_sub(1, std::memory_order_relaxed);
+        loseWorker(*worker);
+    }
+    return false;
 }
 
 void CkThreadPool::callForWorker(const SThreadData& data) noexcept
@@ -362,7 +444,10 @@ bool CkThreadPool::createWorkerThread() noexcept
 
 void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
 {
+    // Who adds a task from here on may leave it to this worker.
+    m_lookers.fetch_add(1, std::memory_order_relaxed);
     Stay stay(*this, Worker::working);
+    m_lookers.fetch_sub(1, std::memory_order_relaxed);
     Looked looked = Looked::nothing;
     if (SThreadData* const data = std::exchange(worker.m_data, nullptr))
     {
@@ -380,13 +465,15 @@ void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
         if (m_releasedTasks.IsEmpty())
         {
             worker.m_state = WorkerThread::idle;
-            m_idleWorkers.AddTail(worker);
+            m_idleWorkers.AddHead(worker);
+            keepPromises();
             return;
         }
         // Before the worker is idle: a destructor may wait for that.
         stay.ReleaseTasks();
     }
     stay.HasTask();
+    keepPromises();
 }
 
 CkThreadPool::Looked CkThreadPool::serveWaiting(WorkerThread& worker)
@@ -467,6 +554,13 @@ bool CkThreadPool::endWorker(WorkerThread& worker) noexcept
         return true;
     if (worker.m_state == WorkerThread::busy)
         return false; // a task has come meanwhile
+    if (worker.m_state == WorkerThread::looking)
+    {
+        worker.m_state = WorkerThread::busy;
+        worker.m_isToLook = true;
+        m_lookers.fetch_sub(1, std::memory_order_relaxed);
+        return false;
+    }
     if (worker.m_state == WorkerThread::idle)
     {
         m_idleWorkers.Remove(worker);
@@ -579,7 +673,7 @@ bool CkThreadPool::stopWorkers(Stay& stay, unsigned int maxWorkers)
         WorkerThread* const worker = m_idleWorkers.TakeHead();
         worker->m_state = WorkerThread::leaving;
         worker->m_stop.store(true, std::memory_order_release);
-        worker->m_mailbox.Stop();
+        worker->m_mailbox.Notify();
         signalled.AddTail(*worker);
     }
     stay.Leave();

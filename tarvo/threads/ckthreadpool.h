@@ -98,13 +98,17 @@ private:
     struct SThreadData
     {
         void SetPool(const CkSmartPointer<TaskNodePool>& pool);
-        bool HasTasks() const noexcept;
+        bool HasTasks() const noexcept { return prioritiesInUse != 0; }
+
+        /// False when there is no memory.
+        bool TryAdd(const Task& task, unsigned int priority);
 
         /// Takes the first task of the highest priority; null when there is none.
         Task TakeFirst();
 
         ULONG submitter = 0;
-        unsigned int running = 0; ///< Handed to workers and not yet finished, or asked whether they run at all.
+        unsigned int running = 0;         ///< Handed to workers and not yet finished, or asked whether they run at all.
+        unsigned int prioritiesInUse = 0; ///< Bit `p` is set when the queue of priority `p` has tasks.
         TaskQueue queues[3]{TaskQueue(nullptr), TaskQueue(nullptr), TaskQueue(nullptr)}; ///< By priority.
     };
 
@@ -113,6 +117,7 @@ private:
     {
     public:
         unsigned int GetCount() const noexcept { return m_count; }
+        void AddHead(WorkerThread& worker) noexcept;
         void AddTail(WorkerThread& worker) noexcept;
         WorkerThread* TakeHead() noexcept;
         void Remove(WorkerThread& worker) noexcept;
@@ -161,6 +166,12 @@ private:
     void callForWorker(const SThreadData& data) noexcept;
     void wantWorker() noexcept;
 
+    bool isWorkerComing() const noexcept;
+    void keepPromises() noexcept;
+    const SThreadData* findStartable() const noexcept;
+    bool wakeWorker() noexcept;
+    void loseWorker(WorkerThread& worker) noexcept;
+
     void considerIdleWorker(WorkerThread& worker) noexcept;
     Looked serveWaiting(WorkerThread& worker);
     Looked serveAnyone(WorkerThread& worker);
@@ -185,23 +196,29 @@ private:
 
     bool stopWorkers(Stay& stay, unsigned int maxWorkers);
 
-    std::atomic<bool> m_closed{false}; ///< Written under the lock; also looked at before that is taken.
-    const unsigned int m_runningCap;
-    std::atomic<unsigned int> m_workerCount{0}; ///< Written under the lock.
-    CkCriticalSection m_lock{4000};             ///< Guards what follows.
+    // What every task touches comes first, on as few cache lines as may be: submitters and workers take them from each
+    // other each time.
+
+    alignas(64) CkCriticalSection m_lock{4000}; ///< Guards what follows.
     WorkerList m_idleWorkers;
+    unsigned int m_queuedTasks = 0;
+    unsigned int m_promised = 0;                ///< Tasks that have counted on one of these.
+    std::atomic<unsigned int> m_lookers{0};     ///< Workers that have come to look for work, and wait for the lock.
+    unsigned int m_workersToStart = 0;          ///< Counted already.
+    std::atomic<unsigned int> m_workerCount{0}; ///< Also read without the lock.
+    const unsigned int m_runningCap;
+    CkSmartPointer<TaskNodePool> m_taskNodePool;
+    TaskQueue m_releasedTasks;         ///< To be released when the lock has been left.
+    std::atomic<bool> m_closed{false}; ///< Also read before the lock is taken.
+    bool m_idleEventSet = false;
+    bool m_failed = false; ///< A worker could not be stopped.
+
+    CkEvent m_idleEvent;       ///< Set when the pool is idle, but others may set it as well.
     WorkerList m_endedWorkers; ///< Off the count; to be deleted by whoever comes next.
     CkList<ULONG, 9, unsigned int> m_waitingSubmitters{40};
-    CkEvent m_idleEvent; ///< Set when the pool is idle, but others may set it as well.
-    bool m_idleEventSet = false;
     CkMap<ULONG, SThreadData, 0, unsigned int, CkHashKey<ULONG>> m_threadData{40};
     unsigned int m_threadDataVersion = 0; ///< Changes with the keys of the map.
-    CkSmartPointer<TaskNodePool> m_taskNodePool;
-    TaskQueue m_releasedTasks; ///< To be released when the lock has been left.
-    unsigned int m_queuedTasks = 0;
-    unsigned int m_workersToStart = 0; ///< Counted already.
-    unsigned int m_stopping = 0;       ///< Shutdowns under way.
-    bool m_failed = false;             ///< A worker could not be stopped.
+    unsigned int m_stopping = 0;          ///< Shutdowns under way.
 };
 
 /// Ends the workers of the pool, if there is one, when it goes: for the scope in which an application uses tasks.

@@ -47,6 +47,8 @@ CkCheckReturn<bool, CkCheckReturnPolicyAssert> WorkerThread::processTasks()
         {
             if (m_pool->endWorker(*this))
                 return true;
+            if (std::exchange(m_isToLook, false))
+                m_pool->considerIdleWorker(*this);
             continue;
         }
         try

@@ -18,8 +18,8 @@ public:
     /// Delivers a task, once the last delivery was taken. False, and the task is not taken over, when the events refuse.
     bool Put(const CkSmartPointer<CkTask>& task);
 
-    /// Delivers that there are no tasks any more.
-    void Stop() noexcept { m_full.Set(); }
+    /// Delivers no task, but the news that the pool wants something of the worker. False when the event refuses.
+    bool Notify() noexcept { return m_full.Set(); }
 
     /// Waits for a delivery; null for one without a task.
     CkSmartPointer<CkTask> Take();
@@ -52,7 +52,8 @@ private:
 
     enum State
     {
-        busy, ///< Looking for work as well.
+        busy,    ///< Looking for work as well.
+        looking, ///< Woken from being idle to do so.
         idle,
         leaving
     };
@@ -61,6 +62,7 @@ private:
 
     CkThreadPool* const m_pool;
     CkSmartPointer<CkTask> m_next; ///< What the worker has found for itself.
+    bool m_isToLook = false;
     TaskMailbox m_mailbox;
     std::atomic<bool> m_stop{false}; ///< Somebody waits for the thread's end; set under the pool's lock.
 

@@ -24,7 +24,7 @@ struct Cache
 
     std::uint32_t count;
     std::uint32_t registered; ///< 1 when the thread's end takes care of the cache.
-    std::uint32_t ended; ///< 1 when the thread's end has emptied the cache: it keeps no slots any more.
+    std::uint32_t ended;      ///< 1 when the thread's end has emptied the cache: it keeps no slots any more.
     std::uint32_t slots[capacity];
 };
 

@@ -40,7 +40,6 @@ std::uint32_t mostLooks() noexcept
     return looks;
 }
 
-
 /// Offers the processor to other threads; whether one had it.
 bool offerProcessor() noexcept
 {

@@ -458,7 +458,9 @@ DWORD waitForOne(const ObjectRef& ref, DWORD timeoutMs) noexcept
     if (taken == Taken::no && timeoutMs != 0)
     {
         const Deadline deadline(timeoutMs);
-        taken = spin(ref);
+        // Who waits for a semaphore is a critical section, as a rule, and has looked long enough itself.
+        if (ref.Kind() != ObjectKind::semaphore)
+            taken = spin(ref);
         if (taken == Taken::no)
             return waitForOneInQueue(ref, deadline);
     }
@@ -652,7 +654,6 @@ void abandonWait() noexcept
     leaveQueues(*waiter);
 }
 } // namespace tarvo::kernel
-
 
 namespace tarvo::kernel
 {
