@@ -2,7 +2,7 @@
 
 #include <thread>
 
-bool CkThreadPolicyMFC::Begin(AFX_THREADPROC procedure, LPVOID argument, HANDLE& handle, unsigned int& threadId)
+bool CkThreadPolicyMFC::Begin(AFX_THREADPROC procedure, LPVOID argument, HANDLE& handle)
 {
     CWinThread* const thread =
         AfxBeginThread(procedure, argument, THREAD_PRIORITY_NORMAL, 0, CREATE_SUSPENDED, nullptr);
@@ -16,7 +16,6 @@ bool CkThreadPolicyMFC::Begin(AFX_THREADPROC procedure, LPVOID argument, HANDLE&
         delete thread;
         return false;
     }
-    threadId = thread->m_nThreadID;
     return true;
 }
 

@@ -14,7 +14,7 @@ class TARVO_API CkThreadPolicyMFC
 public:
     /// Begins a thread that runs `procedure(argument)` when it is resumed. `handle` is the caller's to close. False when
     /// there is none.
-    static bool Begin(AFX_THREADPROC procedure, LPVOID argument, HANDLE& handle, unsigned int& threadId);
+    static bool Begin(AFX_THREADPROC procedure, LPVOID argument, HANDLE& handle);
 
     /// Lets it run, with that priority.
     static void Resume(HANDLE handle, int priority);
@@ -105,7 +105,7 @@ protected:
         closeThread();
         m_state.store(0, std::memory_order_relaxed);
         m_terminated.Reset();
-        if (!Policy::Begin(&CkThread::threadProcedure, this, m_handle, m_threadId))
+        if (!Policy::Begin(&CkThread::threadProcedure, this, m_handle))
             return false;
         addState(stateCreated);
         // What `this` is may change as soon as the thread runs.
@@ -214,6 +214,7 @@ private:
 
     unsigned int run() noexcept
     {
+        m_threadId = GetCurrentThreadId();
         addState(stateRunning);
         bool ok = succeeds([this] { return onThreadStart(), true; });
         if (tarvo::detail::ThreadStart* const start = m_start.exchange(nullptr, std::memory_order_acq_rel))
@@ -233,7 +234,7 @@ private:
     T* const m_owner;
     const RunFunction m_runFunction;
     HANDLE m_handle = nullptr;
-    unsigned int m_threadId = 0;
+    unsigned int m_threadId = 0;                               ///< Set by the thread.
     std::atomic<tarvo::detail::ThreadStart*> m_start{nullptr}; ///< Taken by the new thread.
     CkEvent m_terminated;
     const int m_priority = THREAD_PRIORITY_NORMAL;

@@ -14,6 +14,7 @@ CWinThread::~CWinThread()
 DWORD WINAPI CWinThread::run(LPVOID argument)
 {
     auto* const thread = static_cast<CWinThread*>(argument);
+    thread->m_nThreadID = GetCurrentThreadId();
     void* const library = thread->m_library;
     const DWORD result = thread->m_procedure(thread->m_parameter);
     if (thread->m_bAutoDelete)
@@ -31,8 +32,8 @@ CWinThread* AfxBeginThread(AFX_THREADPROC procedure, LPVOID parameter, int prior
         return nullptr;
     }
     thread->m_library = tarvo::kernel::keepLibrary();
-    thread->m_hThread = CreateThread(attributes, stackSize, &CWinThread::run, thread.get(), flags | CREATE_SUSPENDED,
-                                     &thread->m_nThreadID);
+    thread->m_hThread =
+        CreateThread(attributes, stackSize, &CWinThread::run, thread.get(), flags | CREATE_SUSPENDED, nullptr);
     if (thread->m_hThread == nullptr)
     {
         const DWORD error = GetLastError();

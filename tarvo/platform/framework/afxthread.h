@@ -20,7 +20,7 @@ public:
     DWORD ResumeThread() { return ::ResumeThread(m_hThread); }
 
     HANDLE m_hThread = nullptr;
-    DWORD m_nThreadID = 0;
+    DWORD m_nThreadID = 0; ///< Set by the thread as it begins.
     BOOL m_bAutoDelete = TRUE;
 
 private:

@@ -199,7 +199,6 @@ TEST(FrameworkThread, deletes_itself_and_passes_code_and_parameter)
     ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), thread->m_hThread, GetCurrentProcess(), &own, 0, TRUE,
                                 DUPLICATE_SAME_ACCESS));
     const Handle handle(own);
-    EXPECT_NE(thread->m_nThreadID, 0u);
     thread->ResumeThread();
     EXPECT_EQ(WaitForSingleObject(handle.value, INFINITE), DWORD{WAIT_OBJECT_0});
     EXPECT_EQ(value, 3);

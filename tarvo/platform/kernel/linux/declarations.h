@@ -152,7 +152,8 @@ TARVO_API BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targe
 
 /// A thread that runs `start(parameter)`, at once or, with the flag CREATE_SUSPENDED, when it is resumed. Its object is
 /// signalled when it has ended; a wait for it that is satisfied returns when the thread executes nothing any more. It
-/// keeps the library loaded as long as it runs. Null on failure: ERROR_NOT_ENOUGH_MEMORY.
+/// keeps the library loaded as long as it runs; one that is created suspended, and whose id is not asked for, from when
+/// it begins. Null on failure: ERROR_NOT_ENOUGH_MEMORY.
 TARVO_API HANDLE CreateThread(SECURITY_ATTRIBUTES* attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE start,
                               LPVOID parameter, DWORD flags, DWORD* threadId) noexcept;
 

@@ -139,10 +139,13 @@ bool startThread(Thread& thread, SIZE_T stackSize) noexcept
     const bool started = (stackSize == 0 || pthread_attr_setstacksize(&attributes, stackSize) == 0) &&
                          pthread_create(&thread.pthread, &attributes, &runThread, &thread) == 0;
     pthread_attr_destroy(&attributes);
-    // From here on the thread keeps the library loaded by itself.
-    if (started)
-        waitWhile(thread.hasStarted, 0);
     return started;
+}
+
+/// Waits until the thread has begun: it has an id then, and keeps the library loaded by itself.
+void waitForBegin(Thread& thread) noexcept
+{
+    waitWhile(thread.hasStarted, 0);
 }
 
 /// What the system makes of a priority: its "nice" value.
@@ -172,6 +175,7 @@ bool installHandler() noexcept
 
 bool terminate(Thread& thread, DWORD exitCode) noexcept
 {
+    waitForBegin(thread);
     std::uint32_t expected = Thread::running;
     if (!thread.life.compare_exchange_strong(expected, Thread::terminated, std::memory_order_acq_rel))
         return true;
@@ -290,6 +294,8 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES*, SIZE_T stackSize, LPTHREAD_START_ROUTI
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
+    if (threadId != nullptr || (flags & CREATE_SUSPENDED) == 0)
+        tarvo::kernel::waitForBegin(made);
     if (threadId != nullptr)
         *threadId = made.id;
     return handle;
@@ -325,6 +331,7 @@ BOOL SetThreadPriority(HANDLE handle, int priority) noexcept
     }
     const tarvo::kernel::KeepErrno keep;
     thread->priority.store(priority, std::memory_order_relaxed);
+    tarvo::kernel::waitForBegin(*thread);
     if (thread->life.load(std::memory_order_acquire) == Thread::running)
         setpriority(PRIO_PROCESS, static_cast<id_t>(thread->systemId), tarvo::kernel::niceOf(priority));
     return TRUE;
