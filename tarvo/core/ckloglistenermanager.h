@@ -24,7 +24,7 @@ extern template class TARVO_API CkSingleton<CkLogListenerManager>;
 ///
 /// Threads: every operation may be called from any thread. One lock serialises them all, and is held while listeners
 /// run: they are called one after another, in the order of their registration, on the thread that reports. A listener
-/// may itself report, register listeners and construct exceptions; what it registers for the type that is being
+/// may itself report, register listeners, construct exceptions, and create and set events; what it registers for the type that is being
 /// reported is called from the next report on. It must not wait for another thread that may report or register, nor
 /// enter a lock under which any thread may do so, which goes for constructing an exception as well; so it does not ask
 /// for a singleton that may not be made yet, nor whether there is one. A report of a type that nobody listens to takes

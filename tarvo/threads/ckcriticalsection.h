@@ -9,8 +9,8 @@
 /// The lock of the library: recursive, owned by a thread, spinning a while before it sleeps.
 ///
 /// Threads: every operation may be called from any thread; `Leave` and `GetRecursionCount` only from the owner. Takes
-/// no other lock. The sections of the library nest in this order: singleton lock, thread pool, event registry, log
-/// listener manager, object.
+/// no other lock. The sections of the library nest in this order: singleton lock, thread pool, log listener manager,
+/// object. That of the event registry is held by `CkEvent::SetAll` alone, and nothing within it.
 /// Blocking: `Enter` without limit, after `spinCount` attempts asleep in the kernel.
 /// Lifetime: no kernel object exists before the first contention that outlasts the spinning; it goes with the section.
 /// The section may go when the last `Leave` has returned, not when it has merely let the next thread in. One of static
