@@ -3,6 +3,7 @@
 #include <tarvo/library/libraryentry.h>
 #include <tarvo/platform/kernel/kernel.h>
 
+#include <limits.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -236,6 +237,9 @@ void endThreadNow() noexcept
         announceEnd(*thread, thread->forcedCode.load(std::memory_order_acquire));
     }
     emptySlotCache();
+    // The C library gives the stack to a later thread, with the values that are still in it.
+    for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key)
+        pthread_setspecific(key, nullptr);
     for (;;)
         syscall(SYS_exit, 0);
 }
