@@ -47,9 +47,7 @@ class CkThreadPool::Stay
 public:
     explicit Stay(CkThreadPool& pool) : m_pool(pool) { pool.m_lock.Enter(); }
 
-    /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again. Where others have the
-    /// lock it lets them go on for a while, some microseconds at most at first: to take it from each other for each task
-    /// costs more than the task.
+    /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again.
     Stay(CkThreadPool& pool, Worker worker) noexcept : m_pool(pool), m_worker(worker)
     {
         for (unsigned int pauses = 64; pauses <= 1024; pauses *= 2)
@@ -152,14 +150,11 @@ void CkThreadPool::SThreadData::SetPool(const CkSmartPointer<TaskNodePool>& pool
         queue.SetPlexManager(pool);
 }
 
-bool CkThreadPool::SThreadData::TryAdd(Task& task, unsigned int priority)
+bool CkThreadPool::SThreadData::TryAdd(const Task& task, unsigned int priority)
 {
-    STaskEntry entry{std::move(task)};
-    const bool added = queues[priority].TryAddTail(std::move(entry));
+    const bool added = queues[priority].TryAddTail({task});
     if (added)
         prioritiesInUse |= 1u << priority;
-    else
-        task = std::move(entry.task);
     return added;
 }
 
@@ -255,7 +250,7 @@ bool CkThreadPool::AddTask(Task task, ETaskPriority priority)
     {
         Stay stay(*this);
         added = add(task, priority);
-        if (task && stay.IsNested())
+        if (stay.IsNested())
             releaseLater(std::move(task));
         started = stay.Leave();
     }
@@ -271,7 +266,7 @@ bool CkThreadPool::AddTask(Task task, ETaskPriority priority)
     throw CkExceptionOutOfMemory(source, lineOutOfMemory);
 }
 
-CkThreadPool::Added CkThreadPool::add(Task& task, ETaskPriority priority)
+CkThreadPool::Added CkThreadPool::add(const Task& task, ETaskPriority priority)
 {
     if (m_closed.load(std::memory_order_relaxed))
         return Added::no;
@@ -291,7 +286,7 @@ CkThreadPool::Added CkThreadPool::add(Task& task, ETaskPriority priority)
 
 /// Gives the task to an idle worker unless it declines. The submitter has the place meanwhile, so that its entry stays,
 /// whatever the task adds.
-CkThreadPool::Added CkThreadPool::startNow(Task& task, SThreadData& data)
+CkThreadPool::Added CkThreadPool::startNow(const Task& task, SThreadData& data)
 {
     ++data.running;
     try
@@ -323,7 +318,7 @@ void CkThreadPool::giveUpPlace(SThreadData& data) noexcept
         callForWorker(data);
 }
 
-bool CkThreadPool::occupyWorker(Task& task, SThreadData& data)
+bool CkThreadPool::occupyWorker(const Task& task, SThreadData& data)
 {
     while (WorkerThread* const worker = m_idleWorkers.TakeHead())
     {
@@ -345,7 +340,7 @@ void CkThreadPool::loseWorker(WorkerThread& worker) noexcept
     m_workerCount.fetch_sub(1, std::memory_order_relaxed);
 }
 
-CkThreadPool::Added CkThreadPool::queue(Task& task, SThreadData& data, ETaskPriority priority)
+CkThreadPool::Added CkThreadPool::queue(const Task& task, SThreadData& data, ETaskPriority priority)
 {
     if (priority < eTaskPriorityLow || priority > eTaskPriorityHigh)
         return Added::badPriority;
@@ -416,7 +411,7 @@ bool CkThreadPool::wakeWorker() noexcept
 void CkThreadPool::callForWorker(const SThreadData& data) noexcept
 {
     // Where there is no memory to note who waits, the worker finds the task as one of any submitter.
-    m_waitingSubmitters.TryAddTail(ULONG(data.submitter));
+    m_waitingSubmitters.TryAddTail(data.submitter);
     wantWorker();
 }
 

@@ -15,9 +15,8 @@ public:
     TaskMailbox() noexcept { m_free.Set(); }
     TaskMailbox(const TaskMailbox&) = delete;
     TaskMailbox& operator=(const TaskMailbox&) = delete;
-
     /// Delivers a task, once the last delivery was taken. False, and the task is not taken over, when the events refuse.
-    bool Put(CkSmartPointer<CkTask>& task);
+    bool Put(const CkSmartPointer<CkTask>& task);
 
     /// Delivers no task, but the news that the pool wants something of the worker. False when the event refuses.
     bool Notify() noexcept { return m_full.Set(); }
@@ -49,6 +48,7 @@ protected:
 
 private:
     friend class CkThreadPool;
+    friend struct WorkerThreadPeer;
 
     enum State
     {
@@ -62,7 +62,7 @@ private:
 
     CkThreadPool* const m_pool;
     CkSmartPointer<CkTask> m_next; ///< What the worker has found for itself.
-    bool m_isToLook = false;       ///< Woken to look for work.
+    bool m_isToLook = false;
     TaskMailbox m_mailbox;
     std::atomic<bool> m_stop{false}; ///< Somebody waits for the thread's end; set under the pool's lock.
 
