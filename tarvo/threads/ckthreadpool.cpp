@@ -47,7 +47,8 @@ class CkThreadPool::Stay
 public:
     explicit Stay(CkThreadPool& pool) : m_pool(pool) { pool.m_lock.Enter(); }
 
-    /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again.
+    /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again. Where others have the
+    /// lock it lets them go on for a while: to take it from each other for each task costs more than the task.
     Stay(CkThreadPool& pool, Worker worker) noexcept : m_pool(pool), m_worker(worker)
     {
         for (unsigned int pauses = 64; pauses <= 1024; pauses *= 2)

@@ -1,6 +1,6 @@
 // The thread pool under everything at once: many submitters, random priorities, hooks that raise, decline and add tasks,
 // one thread that sets all events of the process, shutdowns and restarts in between. Every accepted task that did not
-// decline has run exactly once, and in the end nothing is left of any. Takes about a minute, or as many seconds as the
+// decline has run exactly once, and in the end nothing is left of any. Takes half a minute, or as many seconds as the
 // argument says.
 
 #include <tarvo/tarvo.h>
@@ -177,7 +177,7 @@ void repeat(std::vector<std::thread>& threads, const std::atomic<bool>& end, Act
 
 int main(int argc, char** argv)
 {
-    const auto duration = std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 45);
+    const auto duration = std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 30);
     CkThreadPool& pool = CkThreadPool::GetInstance();
     listenToTraces();
     expect(pool.ShutdownAndWait(INFINITE), "the pool shuts down");

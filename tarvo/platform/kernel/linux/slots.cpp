@@ -72,6 +72,7 @@ public:
             pthread_key_delete(m_key);
     }
 
+    /// Empties the cache before the end of the thread would.
     void Unregister(Cache& cache) const noexcept
     {
         if (cache.registered != 0)
