@@ -174,8 +174,8 @@ public:
     T& AddHead(T&& value) { return prepended(newNode(std::move(value))); }
 
     /// As `AddTail`, but false instead of `CkExceptionOutOfMemory`: for those who hold a lock, under which an exception
-    /// should not be reported.
-    bool TryAddTail(T value)
+    /// should not be reported. `value` is moved from only where it was added.
+    bool TryAddTail(T&& value)
     {
         Node* const node = pool().TryCreate(std::move(value));
         if (node != nullptr)

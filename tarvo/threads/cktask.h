@@ -5,7 +5,62 @@
 #include <tarvo/core/ckreferencecountedclass.h>
 #include <tarvo/threads/ckevent.h>
 
+#include <atomic>
+
 class CkException;
+
+namespace tarvo::detail
+{
+/// An event with manual reset of which the kernel learns when somebody wants to sleep on it, or to have it.
+///
+/// Most tasks end without that: then their event was a flag in the task, which took nothing from the kernel and no place
+/// in the table of all events. To make the event cost a third of all that the pool does for a task, and more where its
+/// memory had to move between processors.
+///
+/// Threads: as a CkEvent. `CkEvent::SetAll` sets it like any other: the flag knows how often that had been called when it
+/// was reset.
+class TARVO_API LateEvent
+{
+public:
+    LateEvent() noexcept;
+
+    /// Share the flag of `other`, as the kernel's from now on. Who assigns has both to himself.
+    LateEvent(const LateEvent& other) noexcept;
+    LateEvent& operator=(const LateEvent& other) noexcept;
+
+    ~LateEvent();
+
+    /// The event is not touched any more when others can see it set.
+    void Set() noexcept;
+    void Reset() noexcept;
+
+    CkEvent::EWaitResult Wait(unsigned int timeoutMs) const noexcept;
+
+    /// The kernel's event, made if need be.
+    const CkEvent& Get() const noexcept;
+
+private:
+    using State = unsigned __int64;
+
+    static constexpr State isSetFlag = 1; ///< Of no meaning once the event is made.
+    static constexpr State isBeingMade = 2;
+    static constexpr State isMade = 4;
+    static constexpr State flags = isSetFlag | isBeingMade | isMade;
+    static constexpr State oneRound = 8; ///< What is above counts the calls of `SetAll` before the last reset.
+
+    static State currentRound() noexcept;
+    static bool isSet(State state) noexcept;
+
+    bool claim() const noexcept;
+    void publish() const noexcept;
+
+    mutable std::atomic<State> m_state;
+    union
+    {
+        mutable CkEvent m_event; ///< Exists when made.
+    };
+};
+} // namespace tarvo::detail
 
 /// A piece of work with hooks around it, which the thread pool runs or whoever calls `Run`.
 ///
@@ -44,7 +99,7 @@ public:
     /// Meaningful once the terminated event is set.
     bool IsSuccessful() const noexcept { return m_successful; }
 
-    const CkEvent& GetTerminatedEvent() const noexcept { return m_terminated; }
+    const CkEvent& GetTerminatedEvent() const noexcept { return m_terminated.Get(); }
 
 protected:
     /// The work; whether it did well.
@@ -75,6 +130,6 @@ private:
     template <class Step>
     bool attempt(Step step);
 
-    CkEvent m_terminated;
-    bool m_successful = false;
+    bool m_successful = false; // first, where the base class leaves room
+    tarvo::detail::LateEvent m_terminated;
 };

@@ -100,8 +100,8 @@ private:
         void SetPool(const CkSmartPointer<TaskNodePool>& pool);
         bool HasTasks() const noexcept { return prioritiesInUse != 0; }
 
-        /// False when there is no memory.
-        bool TryAdd(const Task& task, unsigned int priority);
+        /// Takes the task over; false, and it is left alone, when there is no memory.
+        bool TryAdd(Task& task, unsigned int priority);
 
         /// Takes the first task of the highest priority; null when there is none.
         Task TakeFirst();
@@ -158,10 +158,13 @@ private:
         again ///< There may be something: the submitters have changed.
     };
 
-    Added add(const Task& task, ETaskPriority priority);
-    Added startNow(const Task& task, SThreadData& data);
-    bool occupyWorker(const Task& task, SThreadData& data);
-    Added queue(const Task& task, SThreadData& data, ETaskPriority priority);
+    // These take the task over where it was accepted.
+
+    Added add(Task& task, ETaskPriority priority);
+    Added startNow(Task& task, SThreadData& data);
+    bool occupyWorker(Task& task, SThreadData& data);
+    Added queue(Task& task, SThreadData& data, ETaskPriority priority);
+
     void giveUpPlace(SThreadData& data) noexcept;
     void callForWorker(const SThreadData& data) noexcept;
     void wantWorker() noexcept;

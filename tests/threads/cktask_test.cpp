@@ -27,6 +27,8 @@ struct Recorder : CkTask
     bool raisesInHandler = false;
     std::string calls;
 
+    using CkTask::onAdd;
+
 private:
     bool call(const char* name)
     {
@@ -94,6 +96,78 @@ TEST(CkTask, a_copy_shares_the_terminated_event)
     copy->Run();
     EXPECT_TRUE(task->WaitUntilTerminate(0));
     EXPECT_FALSE(task->IsSuccessful());
+    const CkSmartPointer<Recorder> another(new Recorder("R", Recorder::refuse));
+    static_cast<CkTask&>(*another) = *task;
+    EXPECT_TRUE(another->WaitUntilTerminate(0));
+}
+
+// The kernel has an event for a task only where somebody asked for it. Neither way may show.
+TEST(CkTask, its_event_is_the_same_with_and_without_the_kernel)
+{
+    for (const bool made : {false, true})
+    {
+        const CkSmartPointer<Recorder> task(new Recorder("", Recorder::nothing));
+        EXPECT_FALSE(made && task->GetTerminatedEvent().IsSet());
+        task->Run();
+        EXPECT_TRUE(task->WaitUntilTerminate(0)) << made;
+        task->onAdd();
+        EXPECT_FALSE(task->WaitUntilTerminate(0)) << made;
+        CkEvent::SetAll();
+        EXPECT_TRUE(task->WaitUntilTerminate(0)) << made;
+        EXPECT_TRUE(task->GetTerminatedEvent().IsSet()) << made;
+        task->onAdd();
+        EXPECT_FALSE(task->GetTerminatedEvent().IsSet()) << made;
+    }
+    const CkSmartPointer<Recorder> young(new Recorder("", Recorder::nothing));
+    EXPECT_FALSE(young->GetTerminatedEvent().IsSet());
+}
+
+TEST(CkTask, its_event_comes_to_be_while_others_set_and_reset_it)
+{
+    const auto setAll = [](Recorder&) { CkEvent::SetAll(); };
+    const auto run = [](Recorder& task) { task.Run(); };
+    const auto addAndRun = [](Recorder& task) { task.onAdd(), task.Run(); };
+    for (void (*const deed)(Recorder&) : {+setAll, +run, +addAndRun})
+    {
+        for (int round = 0; round < 500; ++round)
+        {
+            const CkSmartPointer<Recorder> task(new Recorder("", Recorder::nothing));
+            std::atomic<int> ready{0};
+            const auto together = [&](auto action)
+            {
+                ++ready;
+                while (ready != 3)
+                    std::this_thread::yield();
+                action();
+            };
+            const CkEvent* seen = nullptr;
+            std::thread waiter([&] { together([&] { EXPECT_TRUE(task->WaitUntilTerminate(INFINITE)); }); });
+            std::thread asker([&] { together([&] { seen = &task->GetTerminatedEvent(); }); });
+            together([&] { deed(*task); });
+            waiter.join();
+            asker.join();
+            ASSERT_EQ(seen, &task->GetTerminatedEvent());
+            ASSERT_TRUE(seen->IsSet());
+        }
+    }
+    // As it goes from set to not set, the new event follows.
+    for (int round = 0; round < 500; ++round)
+    {
+        const CkSmartPointer<Recorder> task(new Recorder("", Recorder::nothing));
+        task->Run();
+        std::atomic<bool> go{false};
+        std::thread asker(
+            [&]
+            {
+                while (!go)
+                    std::this_thread::yield();
+                task->GetTerminatedEvent();
+            });
+        go = true;
+        task->onAdd();
+        asker.join();
+        ASSERT_FALSE(task->GetTerminatedEvent().IsSet());
+    }
 }
 
 namespace

@@ -38,7 +38,7 @@ void EventRegistry::forEach(Action action) const noexcept
             continue;
         for (const Place& place : *page)
         {
-            if (const HANDLE handle = place.load(std::memory_order_acquire); handle != nullptr)
+            if (const HANDLE handle = place.load(std::memory_order_seq_cst); handle != nullptr)
                 action(handle);
         }
     }
@@ -54,6 +54,7 @@ unsigned int EventRegistry::GetCount() const noexcept
 void EventRegistry::SetAll() noexcept
 try
 {
+    m_round.fetch_add(1, std::memory_order_seq_cst);
     const CkCriticalSectionAuto guard(m_lock);
     m_settingAll.store(true, std::memory_order_seq_cst);
     // Where the barrier is refused, a handle may be found that was closed already; the kernel layer that has the

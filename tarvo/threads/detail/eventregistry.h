@@ -31,7 +31,7 @@ public:
     void Add(HANDLE handle) noexcept
     {
         if (Place* const place = placeOf(handle); place != nullptr) [[likely]]
-            place->store(handle, std::memory_order_release);
+            kernel::storeLight(*place, handle);
     }
 
     /// Removes the handle, if it is there. When the call returns, nobody uses it any more.
@@ -47,6 +47,10 @@ public:
     }
 
     unsigned int GetCount() const noexcept;
+
+    /// How often `SetAll` was called. Who enters a handle and then still finds the same number is not missed by the next
+    /// call.
+    unsigned __int64 GetRound() const noexcept { return m_round.load(std::memory_order_seq_cst); }
 
     /// Sets them all.
     void SetAll() noexcept;
@@ -87,6 +91,7 @@ private:
     void forEach(Action action) const noexcept;
 
     std::array<std::atomic<Page*>, pageCount> m_pages{};
+    std::atomic<unsigned __int64> m_round{0};
     std::atomic<bool> m_settingAll{false};
     CkCriticalSection m_lock{4000};
 };

@@ -2,16 +2,16 @@
 
 #include <utility>
 
-bool TaskMailbox::Put(const CkSmartPointer<CkTask>& task)
+bool TaskMailbox::Put(CkSmartPointer<CkTask>& task)
 {
     if (m_free.Wait(INFINITE) == CkEvent::eWaitFailed)
         return false;
-    m_slot = task;
+    m_slot = std::move(task);
     m_isFilled.store(true, std::memory_order_release);
     // Where the event refuses, a taker whom others have woken may have come all the same.
     if (m_full.Set() || !m_isFilled.exchange(false, std::memory_order_acquire))
         return true;
-    m_slot.Reset();
+    task = std::move(m_slot);
     return false;
 }
 

@@ -16,7 +16,7 @@ public:
     TaskMailbox(const TaskMailbox&) = delete;
     TaskMailbox& operator=(const TaskMailbox&) = delete;
     /// Delivers a task, once the last delivery was taken. False, and the task is not taken over, when the events refuse.
-    bool Put(const CkSmartPointer<CkTask>& task);
+    bool Put(CkSmartPointer<CkTask>& task);
 
     /// Delivers no task, but the news that the pool wants something of the worker. False when the event refuses.
     bool Notify() noexcept { return m_full.Set(); }
@@ -63,6 +63,7 @@ private:
     CkThreadPool* const m_pool;
     CkSmartPointer<CkTask> m_next; ///< What the worker has found for itself.
     bool m_isToLook = false;
+    unsigned int m_patience = 0; ///< With others who have the pool's lock, in pauses of the processor.
     TaskMailbox m_mailbox;
     std::atomic<bool> m_stop{false}; ///< Somebody waits for the thread's end; set under the pool's lock.
 

@@ -29,6 +29,18 @@ inline bool isNotSet(HANDLE event) noexcept
            likelySlotOf(event).word.load(std::memory_order_acquire) == (generationOf(event) | KernelObject::openBit);
 }
 
+[[gnu::noinline]] BOOL setEventOtherwise(HANDLE event) noexcept
+{
+    const ObjectRef ref = requireEvent(event);
+    if (!ref)
+        return FALSE;
+    std::uint32_t previous = 0;
+    if (tarvo::kernel::signalObject(ref, 1, previous) == tarvo::kernel::SignalResult::done)
+        return TRUE;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+}
+
 BOOL resetEvent(HANDLE event, bool pulse) noexcept
 {
     if (isNotSet(event) || changeAtOnce(event, 1, 0, std::memory_order_acq_rel))
@@ -55,22 +67,6 @@ HANDLE CreateEventW(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initiallySet, L
     SetLastError(handle != nullptr ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
     return handle;
 }
-
-namespace
-{
-[[gnu::noinline]] BOOL setEventOtherwise(HANDLE event) noexcept
-{
-    const ObjectRef ref = requireEvent(event);
-    if (!ref)
-        return FALSE;
-    std::uint32_t previous = 0;
-    if (tarvo::kernel::signalObject(ref, 1, previous) == tarvo::kernel::SignalResult::done)
-        return TRUE;
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
-}
-
-} // namespace
 
 BOOL SetEvent(HANDLE event) noexcept
 {
