@@ -1,6 +1,7 @@
 #include <tarvo/core/ckloglistenermanager.h>
 
 #include <tarvo/core/ckexception.h>
+#include <tarvo/threads/detail/lockorder.h>
 
 #include <utility>
 
@@ -10,6 +11,8 @@ namespace
 {
 constexpr const WCHAR* source = CK_T("tarvo\\core\\ckloglistenermanager");
 constexpr unsigned int lineNoSuchType = 10;
+
+constexpr auto lockRank = tarvo::detail::LockRank::logListenerManager;
 } // namespace
 
 CkLogListenerManager::CkLogListenerManager() = default;
@@ -30,6 +33,7 @@ void CkLogListenerManager::append(EEventType type, SListenerData data)
 {
     if (numberOf(type) >= typeCount)
         throw CkExceptionPreconditionViolation(source, lineNoSuchType);
+    const tarvo::detail::LockOrderAuto order(lockRank);
     const CkCriticalSectionAuto guard(m_lock);
     m_listeners[numberOf(type)].AddTail(std::move(data));
     m_listenedTo.fetch_or(1u << numberOf(type), std::memory_order_relaxed);
@@ -38,6 +42,7 @@ void CkLogListenerManager::append(EEventType type, SListenerData data)
 void CkLogListenerManager::notify(EEventType type, const CString& fileName, unsigned int codeLine,
                                   const CString& message)
 {
+    const tarvo::detail::LockOrderAuto order(lockRank);
     const CkCriticalSectionAuto guard(m_lock);
     const ListenerList& listeners = m_listeners[numberOf(type)];
     const SListenerData* const last = &listeners.GetTail();

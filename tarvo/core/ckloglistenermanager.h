@@ -24,11 +24,11 @@ extern template class TARVO_API CkSingleton<CkLogListenerManager>;
 ///
 /// Threads: every operation may be called from any thread. One lock serialises them all, and is held while listeners
 /// run: they are called one after another, in the order of their registration, on the thread that reports. A listener
-/// may itself report, register listeners, construct exceptions, and create and set events; what it registers for the type that is being
-/// reported is called from the next report on. It must not wait for another thread that may report or register, nor
-/// enter a lock under which any thread may do so, which goes for constructing an exception as well; so it does not ask
-/// for a singleton that may not be made yet, nor whether there is one. A report of a type that nobody listens to takes
-/// no lock.
+/// may itself report, register listeners, construct exceptions, and create and set events; what it registers for the
+/// type that is being reported is called from the next report on. It must not wait for another thread that may report
+/// or register, nor enter a lock under which any thread may do so, which goes for constructing an exception as well; so
+/// it gives the pool no tasks, and does not ask for a singleton that may not be made yet, nor whether there is one. A
+/// report of a type that nobody listens to takes no lock.
 /// Lifetime: made by whoever asks for the instance first, destroyed when the library is unloaded; what is reported
 /// after that reaches nobody. Listeners are never removed, and the modules that their code is in stay loaded.
 /// Failure: registering raises what copying and allocation raise, and `std::regex_error` for a filter that is none; the

@@ -4,6 +4,7 @@
 #include <tarvo/library/unloadsequence.h>
 #include <tarvo/platform/kernel/processor.h>
 #include <tarvo/platform/kernel/unloading.h>
+#include <tarvo/threads/detail/lockorder.h>
 
 #include <algorithm>
 #include <exception>
@@ -168,5 +169,7 @@ CkCriticalSection& GetCriticalSectionSingleton()
     static constinit tarvo::detail::UnloadEntry entry{[] { section.object.~CkCriticalSection(); }};
     static const bool registered = (tarvo::detail::registerUnload(entry), true);
     static_cast<void>(registered);
+    if (!section.object.IsLocking())
+        tarvo::detail::LockOrder::Check(tarvo::detail::LockRank::singleton);
     return section.object;
 }

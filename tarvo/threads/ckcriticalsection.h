@@ -10,7 +10,8 @@
 ///
 /// Threads: every operation may be called from any thread; `Leave` and `GetRecursionCount` only from the owner. Takes
 /// no other lock. The sections of the library nest in this order: singleton lock, thread pool, log listener manager,
-/// object. That of the event registry is held by `CkEvent::SetAll` alone, and nothing within it.
+/// event registry, object. Checked builds of the library trap where a thread enters one of the first four and holds one
+/// that comes later.
 /// Blocking: `Enter` without limit, after `spinCount` attempts asleep in the kernel.
 /// Lifetime: no kernel object exists before the first contention that outlasts the spinning; it goes with the section.
 /// The section may go when the last `Leave` has returned, not when it has merely let the next thread in. One of static
@@ -219,4 +220,5 @@ private:
 };
 
 /// The section under which every singleton is made; the outermost of the library's locks. It outlives all singletons.
+/// Asked for by those who are about to enter it: a checked build of the library looks at the order of locks here.
 TARVO_API CkCriticalSection& GetCriticalSectionSingleton();

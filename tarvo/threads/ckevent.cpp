@@ -131,8 +131,8 @@ CkEvent::WaitForMultipleEvents(const CkArray<const CkEvent*, 0, CkArrayPolicyCon
                          { return WaitForMultipleEvents(copies, timeoutMs); });
 }
 
-// The listeners are called before any lock is taken: one may create events, wait for a thread that does, or be the first
-// to use a singleton, while another thread is about to do the opposite.
+// The listeners are called before any lock is taken: one may create events, wait for a thread that does, or be the
+// first to use a singleton, while another thread is about to do the opposite.
 void CkEvent::SetAll()
 {
     struct SetAtEnd

@@ -2,8 +2,7 @@
 
 template class CkSingleton<CkPerformanceCounter>;
 
-CkPerformanceCounter::CkPerformanceCounter()
-    : m_reader(&CkPerformanceCounter::getPerformanceCounterTC), m_frequency(1000)
+CkPerformanceCounter::CkPerformanceCounter() : m_reader(&CkPerformanceCounter::getPerformanceCounterTC)
 {
     LARGE_INTEGER frequency{};
     if (!::QueryPerformanceFrequency(&frequency))

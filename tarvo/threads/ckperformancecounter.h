@@ -35,5 +35,5 @@ private:
     long long getPerformanceCounterTC() const;
 
     long long (CkPerformanceCounter::*m_reader)() const;
-    long long m_frequency;
+    long long m_frequency = 1000;
 };

@@ -93,25 +93,19 @@ bool LateEvent::claim() const noexcept
     return false;
 }
 
-/// Gives the new event the state that the flag has, which may change meanwhile. `SetAll` is not missed: it counts itself
-/// before it looks for events.
+/// Gives the new event the state that the flag has, which may change meanwhile. `SetAll` is not missed: it counts
+/// itself before it looks for events. But it may find this one while a reset still goes to the flag alone, and so an
+/// event that is not to be set is reset even where this has not set it.
 void LateEvent::publish() const noexcept
 {
-    bool set = false;
     State state = m_state.load(std::memory_order_acquire);
     do
     {
-        if (set && !isSet(state))
-        {
+        if (!isSet(state))
             m_event.Reset();
-            set = false;
-        }
         // Looked at after the reset, so that a `SetAll` whose work that has undone shows.
-        if (!set && isSet(state))
-        {
+        if (isSet(state))
             m_event.Set();
-            set = true;
-        }
     } while (!m_state.compare_exchange_weak(state, (state | isMade) & ~isBeingMade, std::memory_order_acq_rel));
 }
 

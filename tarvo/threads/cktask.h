@@ -13,12 +13,12 @@ namespace tarvo::detail
 {
 /// An event with manual reset of which the kernel learns when somebody wants to sleep on it, or to have it.
 ///
-/// Most tasks end without that: then their event was a flag in the task, which took nothing from the kernel and no place
-/// in the table of all events. To make the event cost a third of all that the pool does for a task, and more where its
-/// memory had to move between processors.
+/// Most tasks end without that: then their event was a flag in the task, which took nothing from the kernel and no
+/// place in the table of all events. To make the event cost a third of all that the pool does for a task, and more
+/// where its memory had to move between processors.
 ///
-/// Threads: as a CkEvent. `CkEvent::SetAll` sets it like any other: the flag knows how often that had been called when it
-/// was reset.
+/// Threads: as a CkEvent. `CkEvent::SetAll` sets it like any other: the flag knows how often that had been called when
+/// it was reset.
 class TARVO_API LateEvent
 {
 public:
@@ -64,12 +64,12 @@ private:
 
 /// A piece of work with hooks around it, which the thread pool runs or whoever calls `Run`.
 ///
-/// Threads: `Run` runs the hooks on the thread that calls it; a task is run by one thread at a time. Any thread may wait
-/// for the end. What the hooks have written is visible to whoever has waited.
+/// Threads: `Run` runs the hooks on the thread that calls it; a task is run by one thread at a time. Any thread may
+/// wait for the end. What the hooks have written is visible to whoever has waited.
 /// Blocking: `WaitUntilTerminate` up to a time-out in milliseconds; 0xFFFFFFFF waits without limit, 0 only probes.
 /// Lifetime: shared by reference; the last smart pointer destroys it. The pool keeps a reference while it has the task.
-/// Failure: what a hook raises goes to `onException`, or `nullptr` where it is no `CkException`, and the task has failed;
-/// the hooks after it are not called. What `onException` itself raises passes on, and the pool drops it.
+/// Failure: what a hook raises goes to `onException`, or `nullptr` where it is no `CkException`, and the task has
+/// failed; the hooks after it are not called. What `onException` itself raises passes on, and the pool drops it.
 ///
 /// | state      | by                           | terminated event | `IsSuccessful`                       |
 /// |------------|------------------------------|------------------|--------------------------------------|

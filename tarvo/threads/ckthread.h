@@ -12,8 +12,8 @@
 class TARVO_API CkThreadPolicyMFC
 {
 public:
-    /// Begins a thread that runs `procedure(argument)` when it is resumed. `handle` is the caller's to close. False when
-    /// there is none.
+    /// Begins a thread that runs `procedure(argument)` when it is resumed. `handle` is the caller's to close. False
+    /// when there is none.
     static bool Begin(AFX_THREADPROC procedure, LPVOID argument, HANDLE& handle);
 
     /// Lets it run, with that priority.
@@ -53,14 +53,14 @@ TARVO_API bool waitForThread(HANDLE handle, unsigned int timeoutMs) noexcept;
 
 /// A thread that calls a member function of its owner, an object of class `T`. `Policy` starts it.
 ///
-/// Threads: one thread at a time starts, terminates and destroys it, while no other uses it; any may wait for the end of a
-/// thread that was started.
-/// Blocking: `Start` until the new thread has run `onThreadStart`; `WaitUntilTerminate` up to a time-out in milliseconds,
-/// 0xFFFFFFFF without limit. When that says true, the thread executes nothing any more.
+/// Threads: one thread at a time starts, terminates and destroys it, while no other uses it; any may wait for the end
+/// of a thread that was started.
+/// Blocking: `Start` until the new thread has run `onThreadStart`; `WaitUntilTerminate` up to a time-out in
+/// milliseconds, 0xFFFFFFFF without limit. When that says true, the thread executes nothing any more.
 /// Lifetime: the owner outlives the thread. Destroying the object ends a thread that still runs forcibly, with the exit
 /// code 259 and nothing of it cleaned up. One that deletes itself at its end may be gone before `Start` returns.
-/// Failure: what the hooks and the member function raise is dropped, and the thread has failed, which its exit code of 1
-/// tells, as it does when the member function returns false.
+/// Failure: what the hooks and the member function raise is dropped, and the thread has failed, which its exit code of
+/// 1 tells, as it does when the member function returns false.
 ///
 /// | state                  | flags | by                                           |
 /// |------------------------|-------|----------------------------------------------|

@@ -4,6 +4,7 @@
 #include <tarvo/platform/kernel/processor.h>
 #include <tarvo/system/ckmachinecapabilities.h>
 #include <tarvo/threads/cktimer.h>
+#include <tarvo/threads/detail/lockorder.h>
 #include <tarvo/threads/detail/workerthread.h>
 
 #include <algorithm>
@@ -21,6 +22,9 @@ constexpr unsigned int lineBadPriority = 10;
 constexpr unsigned int lineOutOfMemory = 20;
 
 constexpr unsigned int taskBlockSize = 100;
+
+using tarvo::detail::LockOrder;
+constexpr auto lockRank = tarvo::detail::LockRank::threadPool;
 
 /// What is left of a time-out. Never grows; no time-out stays none.
 class Remaining
@@ -46,7 +50,12 @@ private:
 class CkThreadPool::Stay
 {
 public:
-    explicit Stay(CkThreadPool& pool) : m_pool(pool) { pool.m_lock.Enter(); }
+    explicit Stay(CkThreadPool& pool) : m_pool(pool)
+    {
+        LockOrder::Check(lockRank);
+        pool.m_lock.Enter();
+        LockOrder::Entered(lockRank);
+    }
 
     /// For a worker, which cannot do without: where the kernel refuses the lock, it tries again.
     Stay(CkThreadPool& pool, Worker worker) noexcept : m_pool(pool), m_worker(worker) { enterAgain(); }
@@ -55,7 +64,7 @@ public:
     /// lock.
     Stay(CkThreadPool& pool, unsigned int& patience) noexcept : m_pool(pool), m_worker(Worker::working)
     {
-        if (pool.m_lock.TryEnter())
+        if (tryEnter())
             patience = std::max(patience / 2, leastPatience);
         else
             enterPatiently(patience);
@@ -128,19 +137,29 @@ private:
             for (unsigned int pauses = patience; pauses != 0; --pauses)
                 tarvo::kernel::spinPause();
             patience = std::min(2 * patience, mostPatience);
-            if (m_pool.m_lock.TryEnter())
+            if (tryEnter())
                 return;
         }
         enterAgain();
     }
 
+    bool tryEnter() noexcept
+    {
+        if (!m_pool.m_lock.TryEnter())
+            return false;
+        LockOrder::Entered(lockRank);
+        return true;
+    }
+
     void enterAgain() noexcept
     {
+        LockOrder::Check(lockRank);
         for (;; std::this_thread::yield())
         {
             try
             {
                 m_pool.m_lock.Enter();
+                LockOrder::Entered(lockRank);
                 return;
             }
             catch (...)
@@ -151,6 +170,7 @@ private:
 
     void leaveLock() noexcept
     {
+        LockOrder::Left(lockRank);
         try
         {
             m_pool.m_lock.Leave();
@@ -176,7 +196,8 @@ void CkThreadPool::SThreadData::SetPool(const CkSmartPointer<TaskNodePool>& pool
 bool CkThreadPool::SThreadData::TryAdd(Task& task, unsigned int priority)
 {
     STaskEntry entry{std::move(task)};
-    const bool added = queues[priority].TryAddTail(std::move(entry));
+    // No std::move: what was not added is still there.
+    const bool added = queues[priority].TryAddTail(static_cast<STaskEntry&&>(entry));
     if (added)
         prioritiesInUse |= 1u << priority;
     else
@@ -380,6 +401,7 @@ CkThreadPool::Added CkThreadPool::queue(Task& task, SThreadData& data, ETaskPrio
     if (isWorkerComing())
     {
         ++m_promised;
+        m_trusted = m_lookers.load(std::memory_order_relaxed);
         return Added::yes;
     }
     callForWorker(data);
@@ -392,10 +414,17 @@ bool CkThreadPool::isWorkerComing() const noexcept
     return m_lookers.load(std::memory_order_relaxed) > m_promised;
 }
 
+/// Whether more tasks count on a worker than may still come for one. Those that have come since the last of these tasks
+/// was added do not count: while a submitter has a backlog its workers keep coming, and each goes on with that.
+bool CkThreadPool::arePromisesBroken() const noexcept
+{
+    return m_promised > std::min(m_trusted, m_lookers.load(std::memory_order_relaxed));
+}
+
 /// Finds somebody for tasks that have counted on a worker that has found another task.
 void CkThreadPool::keepPromises() noexcept
 {
-    while (m_promised > m_lookers.load(std::memory_order_relaxed))
+    while (arePromisesBroken())
     {
         const SThreadData* const data = findStartable();
         if (data == nullptr)
@@ -404,7 +433,10 @@ void CkThreadPool::keepPromises() noexcept
             return;
         }
         if (wakeWorker())
+        {
+            ++m_trusted;
             continue;
+        }
         --m_promised;
         callForWorker(*data);
     }
@@ -476,6 +508,8 @@ void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
     m_lookers.fetch_add(1, std::memory_order_relaxed);
     Stay stay(*this, worker.m_patience);
     m_lookers.fetch_sub(1, std::memory_order_relaxed);
+    if (m_trusted != 0)
+        --m_trusted;
     Looked looked = Looked::nothing;
     if (SThreadData* const data = std::exchange(worker.m_data, nullptr))
     {

@@ -31,8 +31,8 @@ extern template class TARVO_API CkSingleton<CkThreadPool>;
 /// started, when the lock has been left.
 /// Blocking: `WaitUntilIdle` and `ShutdownAndWait` up to a time-out in milliseconds; 0xFFFFFFFF without limit, 0 only
 /// probes. A task that waits for the pool to be idle waits for itself. `AddTask` waits while a worker is started.
-/// Lifetime: made on first use, with one worker per processor. Who unloads the library calls `ShutdownAndWait` first (see
-/// CkThreadPoolShutdown): workers that still run keep it loaded.
+/// Lifetime: made on first use, with one worker per processor. Who unloads the library calls `ShutdownAndWait` first
+/// (see CkThreadPoolShutdown): workers that still run keep it loaded.
 /// Failure: `AddTask` raises `CkException` for a priority that does not exist, if it comes to a queue,
 /// `CkExceptionOutOfMemory`, and what the task's hooks raise; the task has not been accepted then. A worker that
 /// `CkEvent::SetAll` has ended is replaced when there is work for it.
@@ -170,6 +170,7 @@ private:
     void wantWorker() noexcept;
 
     bool isWorkerComing() const noexcept;
+    bool arePromisesBroken() const noexcept;
     void keepPromises() noexcept;
     const SThreadData* findStartable() const noexcept;
     bool wakeWorker() noexcept;
@@ -206,6 +207,7 @@ private:
     WorkerList m_idleWorkers;
     unsigned int m_queuedTasks = 0;
     unsigned int m_promised = 0;                ///< Tasks that have counted on one of these.
+    unsigned int m_trusted = 0;                 ///< Of the lookers, how many had come before the last of those.
     std::atomic<unsigned int> m_lookers{0};     ///< Workers that have come to look for work, and wait for the lock.
     unsigned int m_workersToStart = 0;          ///< Counted already.
     std::atomic<unsigned int> m_workerCount{0}; ///< Also read without the lock.

@@ -150,23 +150,32 @@ TEST(CkTask, its_event_comes_to_be_while_others_set_and_reset_it)
             ASSERT_TRUE(seen->IsSet());
         }
     }
-    // As it goes from set to not set, the new event follows.
-    for (int round = 0; round < 500; ++round)
+}
+
+TEST(CkTask, its_event_comes_to_be_not_set_while_it_is_reset_whoever_has_set_it)
+{
+    for (const bool byAll : {false, true})
     {
-        const CkSmartPointer<Recorder> task(new Recorder("", Recorder::nothing));
-        task->Run();
-        std::atomic<bool> go{false};
-        std::thread asker(
-            [&]
+        for (int round = 0; round < 500; ++round)
+        {
+            const CkSmartPointer<Recorder> task(new Recorder("", Recorder::nothing));
+            if (!byAll)
+                task->Run();
+            std::atomic<int> ready{0};
+            const auto meet = [&ready]
             {
-                while (!go)
+                ++ready;
+                while (ready != 2)
                     std::this_thread::yield();
-                task->GetTerminatedEvent();
-            });
-        go = true;
-        task->onAdd();
-        asker.join();
-        ASSERT_FALSE(task->GetTerminatedEvent().IsSet());
+            };
+            std::thread asker([&] { meet(), task->GetTerminatedEvent(); });
+            meet();
+            if (byAll)
+                CkEvent::SetAll();
+            task->onAdd();
+            asker.join();
+            ASSERT_FALSE(task->GetTerminatedEvent().IsSet()) << byAll;
+        }
     }
 }
 

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-// Where tests want more or fewer submitters than processors, they make tasks that wait for an event, and as many threads
-// as they need.
+// Where tests want more or fewer submitters than processors, they make tasks that wait for an event, and as many
+// threads as they need.
 
 struct CkThreadPoolPeer
 {

@@ -1,6 +1,7 @@
 #include <tarvo/threads/detail/eventregistry.h>
 
 #include <tarvo/library/unloadsequence.h>
+#include <tarvo/threads/detail/lockorder.h>
 
 #include <new>
 
@@ -55,6 +56,7 @@ void EventRegistry::SetAll() noexcept
 try
 {
     m_round.fetch_add(1, std::memory_order_seq_cst);
+    const LockOrderAuto order(LockRank::eventRegistry);
     const CkCriticalSectionAuto guard(m_lock);
     m_settingAll.store(true, std::memory_order_seq_cst);
     // Where the barrier is refused, a handle may be found that was closed already; the kernel layer that has the
@@ -71,6 +73,7 @@ catch (...)
 void EventRegistry::waitForSetAll() noexcept
 try
 {
+    const LockOrderAuto order(LockRank::eventRegistry);
     const CkCriticalSectionAuto guard(m_lock);
 }
 catch (...)

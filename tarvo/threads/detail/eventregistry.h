@@ -48,8 +48,8 @@ public:
 
     unsigned int GetCount() const noexcept;
 
-    /// How often `SetAll` was called. Who enters a handle and then still finds the same number is not missed by the next
-    /// call.
+    /// How often `SetAll` was called. Who enters a handle and then still finds the same number is not missed by the
+    /// next call.
     unsigned __int64 GetRound() const noexcept { return m_round.load(std::memory_order_seq_cst); }
 
     /// Sets them all.

@@ -4,7 +4,7 @@
 
 namespace tarvo::detail
 {
-__extension__ typedef unsigned __int128 WideProduct;
+__extension__ using WideProduct = unsigned __int128;
 
 /// `value` * `numerator` / `denominator`, truncated; the largest number where 64 bits cannot hold it. The denominator
 /// is not 0. A product that fits 64 bits is not divided in more.

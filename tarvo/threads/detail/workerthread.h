@@ -7,15 +7,16 @@
 
 /// Hands tasks from the pool to a worker, one at a time.
 ///
-/// Threads: one that puts, under the pool's lock, and one that takes. Whatever sets the events from outside, a task that
-/// was put is taken once.
+/// Threads: one that puts, under the pool's lock, and one that takes. Whatever sets the events from outside, a task
+/// that was put is taken once.
 class TaskMailbox
 {
 public:
     TaskMailbox() noexcept { m_free.Set(); }
     TaskMailbox(const TaskMailbox&) = delete;
     TaskMailbox& operator=(const TaskMailbox&) = delete;
-    /// Delivers a task, once the last delivery was taken. False, and the task is not taken over, when the events refuse.
+    /// Delivers a task, once the last delivery was taken. False, and the task is not taken over, when the events
+    /// refuse.
     bool Put(CkSmartPointer<CkTask>& task);
 
     /// Delivers no task, but the news that the pool wants something of the worker. False when the event refuses.
