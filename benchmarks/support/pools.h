@@ -20,8 +20,8 @@
 #include <thread>
 #include <utility>
 
-// Thread pools with as many workers as there are processors. What they run is a callable, as a task of the kind that the
-// library wants: with all of them that is one object on the heap with one virtual or indirect call.
+// Thread pools with as many workers as there are processors. What they run is a callable, as a task of the kind that
+// the library wants: with all of them that is one object on the heap with one virtual or indirect call.
 //
 // The operations are the same for all:
 // - Submit(body): lets a worker call `body`; may be called from any thread.
@@ -122,7 +122,26 @@ private:
     CkThreadPool& m_pool = CkThreadPool::GetInstance();
 };
 
-class QtPool
+/// What the other pools have in common: they take callables, and tell nobody when one has run or all have. Even where
+/// one can wait for all, that would end the workers.
+template <class Pool>
+class CallablePool
+{
+public:
+    template <class Body>
+    void Run(Body body)
+    {
+        static_cast<Pool*>(this)->Submit(m_end.SignalAfter(std::move(body)));
+        m_end.Wait();
+    }
+
+    void WaitForAll(Countdown& countdown) { countdown.Wait(); }
+
+private:
+    TaskEnd m_end;
+};
+
+class QtPool : public CallablePool<QtPool>
 {
 public:
     QtPool()
@@ -137,16 +156,6 @@ public:
         m_pool.start(new Task<Body>(std::move(body)));
     }
 
-    template <class Body>
-    void Run(Body body)
-    {
-        Submit(m_end.SignalAfter(std::move(body)));
-        m_end.Wait();
-    }
-
-    // waitForDone() would end the workers.
-    void WaitForAll(Countdown& countdown) { countdown.Wait(); }
-
 private:
     template <class Body>
     class Task final : public QRunnable
@@ -159,11 +168,10 @@ private:
         Body m_body;
     };
 
-    TaskEnd m_end;
     QThreadPool m_pool;
 };
 
-class AsioPool
+class AsioPool : public CallablePool<AsioPool>
 {
 public:
     ~AsioPool() { m_pool.join(); }
@@ -174,21 +182,11 @@ public:
         boost::asio::post(m_pool, std::move(body));
     }
 
-    template <class Body>
-    void Run(Body body)
-    {
-        Submit(m_end.SignalAfter(std::move(body)));
-        m_end.Wait();
-    }
-
-    void WaitForAll(Countdown& countdown) { countdown.Wait(); }
-
 private:
-    TaskEnd m_end;
     boost::asio::thread_pool m_pool{static_cast<std::size_t>(workerCount())};
 };
 
-class TbbPool
+class TbbPool : public CallablePool<TbbPool>
 {
 public:
     ~TbbPool()
@@ -203,17 +201,7 @@ public:
         m_arena.enqueue(std::move(body));
     }
 
-    template <class Body>
-    void Run(Body body)
-    {
-        Submit(m_end.SignalAfter(std::move(body)));
-        m_end.Wait();
-    }
-
-    void WaitForAll(Countdown& countdown) { countdown.Wait(); }
-
 private:
-    TaskEnd m_end;
     // By itself it counts the thread that submits as a worker, which that is not: it does not enter the arena.
     oneapi::tbb::global_control m_limit{oneapi::tbb::global_control::max_allowed_parallelism,
                                         static_cast<std::size_t>(workerCount()) + 1};

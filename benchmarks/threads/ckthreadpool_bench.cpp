@@ -21,8 +21,8 @@ double secondsBetween(Clock::time_point begin, Clock::time_point end)
     return std::chrono::duration<double>(end - begin).count();
 }
 
-/// A million tasks that do nothing but count, shared out among `submitters` threads: from the first submission until all
-/// have run. A single submitter is also the one who waits.
+/// A million tasks that do nothing but count, shared out among `submitters` threads: from the first submission until
+/// all have run. A single submitter is also the one who waits.
 template <class Pool, int submitters>
 void runMillion(benchmark::State& state)
 {

@@ -43,11 +43,11 @@ class CkArrayManaged;
 /// that others hold: it takes a new one, and they keep the old.
 ///
 /// Threads: one at a time. Blocks may be shared between arrays of different threads that only read them.
-/// Lifetime: pointers, references and iterators are valid until the storage is replaced, which operations that return an
-/// `int` say by returning 1, and until elements in front of theirs are inserted or removed. Removing elements leaves the
-/// storage as it is; `SetMemoryElementCount` and assignment make it smaller as well.
-/// Failure: `CkExceptionOutOfMemory` when storage cannot be had or there would be more than 2^32 - 1 elements; the array
-/// is as before then, except while it is read from a stream.
+/// Lifetime: pointers, references and iterators are valid until the storage is replaced, which operations that return
+/// an `int` say by returning 1, and until elements in front of theirs are inserted or removed. Removing elements leaves
+/// the storage as it is; `SetMemoryElementCount` and assignment make it smaller as well.
+/// Failure: `CkExceptionOutOfMemory` when storage cannot be had or there would be more than 2^32 - 1 elements; the
+/// array is as before then, except while it is read from a stream.
 ///
 /// | stored form        | bytes         | content                                                |
 /// |--------------------|---------------|--------------------------------------------------------|
@@ -325,8 +325,8 @@ public:
             serialize(stream, CkIntToType<N>());
     }
 
-    /// Reads the stored form. A count that the data does not have takes no more memory and time than the data that there
-    /// is.
+    /// Reads the stored form. A count that the data does not have takes no more memory and time than the data that
+    /// there is.
     ///
     /// Failure: `CkExceptionWrongFileVersion` for another width, a newer version or a count of 0xFFFFFFFF, the array as
     /// before; `CkExceptionStream` where the elements end early; what the stream raises. An array whose elements were

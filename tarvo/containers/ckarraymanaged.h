@@ -1,17 +1,37 @@
 #pragma once
 
 #include <tarvo/containers/ckarray.h>
+#include <tarvo/platform/framework/cstring.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <string>
 #include <type_traits>
 #include <utility>
 
+/// Whether an object stays valid when its bytes are moved. What points into itself does not, as texts do whose short ones
+/// lie within the object. The compiler cannot tell for a class with such a member, and believes it unless the class says
+/// so: `template <> struct CkIsMovedAsBytes<Entry> : std::false_type {};`
+template <class T>
+struct CkIsMovedAsBytes : std::true_type
+{
+};
+
+template <>
+struct CkIsMovedAsBytes<CString> : std::false_type
+{
+};
+
+template <class Unit, class Traits, class Allocator>
+struct CkIsMovedAsBytes<std::basic_string<Unit, Traits, Allocator>> : std::false_type
+{
+};
+
 /// A growable array of objects that own something: every element is constructed, copied and destroyed as an object.
 ///
-/// An element stays valid when its bytes are moved: that is how elements make room for others, close gaps, turn and go
+/// An element stays valid when its bytes are moved (see CkIsMovedAsBytes): that is how elements make room for others, close gaps, turn and go
 /// into new arrays, without being copied. Where the array takes new storage, it constructs the elements in it, assigns
 /// them from the old ones and destroys those. Elements have a default, can be copied, and don't throw when destroyed.
 /// Values passed by reference may be elements of the array itself. There is no stored form.
@@ -36,6 +56,7 @@ class CkArrayManaged : public CkArray<T, N, CkArrayPolicyConstructDefault>
 {
     static_assert(std::is_default_constructible_v<T> && std::is_copy_constructible_v<T>);
     static_assert(std::is_nothrow_destructible_v<T>);
+    static_assert(CkIsMovedAsBytes<T>::value, "the array moves the bytes of its elements; let a list have these");
 
     using Base = CkArray<T, N, CkArrayPolicyConstructDefault>;
 
@@ -165,8 +186,8 @@ public:
     /// As the assignment of any array.
     virtual CkArrayManaged& operator=(const CkArrayManaged& other) { return *this = static_cast<const Base&>(other); }
 
-    /// Makes it `count` elements: default ones are added at the end, or those at the end destroyed. Where that takes new
-    /// storage, it is for just these, and without `keep` all of them are default ones.
+    /// Makes it `count` elements: default ones are added at the end, or those at the end destroyed. Where that takes
+    /// new storage, it is for just these, and without `keep` all of them are default ones.
     virtual void SetCountManaged(ULONG count, int keep)
     {
         if (count > this->m_memoryElementCount)

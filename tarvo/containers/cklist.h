@@ -7,8 +7,8 @@
 ///
 /// Threads: one at a time, also for all lists that share a pool.
 /// Lifetime: an element stays where it is until it is removed; positions and iterators stay valid that long. It is
-/// unlinked before it is destroyed, so its destructor may use the list, and so may its constructor; but neither may give
-/// the list another pool, nor move, assign or destroy it.
+/// unlinked before it is destroyed, so its destructor may use the list, and so may its constructor; but neither may
+/// give the list another pool, nor move, assign or destroy it.
 /// Failure: adding raises `CkExceptionOutOfMemory` when the pool has no node, and what the constructor of the element
 /// throws; the list is as before then.
 template <class T, int Flags, class C>

@@ -35,8 +35,8 @@ struct CkMapTypes
 
 /// A hash map from `K` to `V`: 17 buckets, whatever the count, each a chain with the newest entry first.
 ///
-/// That is the order of iteration. From some tens of entries on the map also keeps an index, so that finding, adding and
-/// removing take the same time in a map of any size.
+/// That is the order of iteration. From some tens of entries on the map also keeps an index, so that finding, adding
+/// and removing take the same time in a map of any size.
 ///
 /// The associations come from a pool: within the map (`N` = 2), or held by reference (`N` = 0). `C` counts them. `Hash`
 /// gives the hash of a key, keys are compared with `==`.
@@ -115,8 +115,8 @@ public:
         return *value;
     }
 
-    /// As `[]`, but null instead of `CkExceptionOutOfMemory`: for those who hold a lock, under which an exception should
-    /// not be reported.
+    /// As `[]`, but null instead of `CkExceptionOutOfMemory`: for those who hold a lock, under which an exception
+    /// should not be reported.
     V* TryAdd(const K& key)
     {
         const unsigned int hash = Hash()(key);

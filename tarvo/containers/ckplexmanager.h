@@ -35,12 +35,13 @@ TARVO_API void requirePlexBlockSize(bool positive);
 /// A pool of nodes of one size: hands them out of blocks from the heap and takes them back for the next one who asks,
 /// the last returned first. Linked containers take their nodes from one, several of them from the same where they like.
 ///
-/// `A` is 1 for a pool that locks itself, 0 for one that relies on a lock of its users. `C` counts the nodes of a block.
+/// `A` is 1 for a pool that locks itself, 0 for one that relies on a lock of its users. `C` counts the nodes of a
+/// block.
 ///
 /// Threads: with `A` = 1 every operation may be called from any thread and takes the pool's own lock, under which
 /// nothing of the client runs; with `A` = 0 one thread at a time.
-/// Lifetime: shared by reference. Blocks stay until the pool goes, and go whether or not their nodes are in use: what is
-/// constructed in them must have been destroyed. The pool's memory only grows, unless `Take` replaces all of it.
+/// Lifetime: shared by reference. Blocks stay until the pool goes, and go whether or not their nodes are in use: what
+/// is constructed in them must have been destroyed. The pool's memory only grows, unless `Take` replaces all of it.
 /// Failure: `CkExceptionOutOfMemory` when no block can be had, the pool as it was; with `A` = 1 also what entering and
 /// leaving a `CkCriticalSection` raises.
 template <class Node, int A, int B, class C>

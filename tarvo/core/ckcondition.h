@@ -19,7 +19,7 @@
 /// | 3 | is never evaluated; the object holds nothing             |
 ///
 /// Threads: a condition is for one thread.
-/// Lifetime: the file name is not copied and must outlive the condition; a literal is meant.
+/// Lifetime: the file name is not copied and must outlive the condition; a literal is meant, and a temporary is refused.
 /// Failure: construction and `Evaluate` raise what the callable raises, `std::bad_function_call` when there is none,
 /// and what a listener raises, at level 2 in place of the `CkExceptionCondition`.
 template <int N>
@@ -68,6 +68,7 @@ class CkPreCondition : public CkConditionBase<N>
 {
 public:
     CkPreCondition(const WCHAR* fileName, unsigned int codeLine, std::function<bool()> condition);
+    CkPreCondition(CString&& fileName, unsigned int codeLine, std::function<bool()> condition) = delete;
 };
 
 /// What must hold at the end of a function, and is therefore written there. Evaluated when constructed.
@@ -76,6 +77,7 @@ class CkPostCondition : public CkConditionBase<N>
 {
 public:
     CkPostCondition(const WCHAR* fileName, unsigned int codeLine, std::function<bool()> condition);
+    CkPostCondition(CString&& fileName, unsigned int codeLine, std::function<bool()> condition) = delete;
 };
 
 /// What must hold at the beginning and at the end of a scope. Evaluated when constructed and when destroyed; a copy is
@@ -89,6 +91,7 @@ class CkInvariant : public CkConditionBase<N>
 {
 public:
     CkInvariant(const WCHAR* fileName, unsigned int codeLine, std::function<bool()> condition);
+    CkInvariant(CString&& fileName, unsigned int codeLine, std::function<bool()> condition) = delete;
     CkInvariant(const CkInvariant&);
     CkInvariant& operator=(const CkInvariant&);
     ~CkInvariant() noexcept(false) override;

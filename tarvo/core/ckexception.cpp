@@ -318,7 +318,7 @@ CString tarvo::detail::sourceFile(std::string_view path)
         path.remove_prefix(std::min(length + 1, path.size()));
         if (component == ".." && !components.empty())
             components.pop_back();
-        else if (component != "" && component != "." && component != "..")
+        else if (!component.empty() && component != "." && component != "..")
             components.push_back(component);
     }
     if (components.empty())

@@ -191,8 +191,8 @@ private:
 ///
 /// Threads: a functor is a value for one thread at a time. Copies share what they call, which must stand it where they
 /// are called on several threads.
-/// Lifetime: what is called goes with the last copy, so it must not replace its own functor while it runs. Its code must be there until then: a module that has given functors
-/// away stays loaded.
+/// Lifetime: what is called goes with the last copy, so it must not replace its own functor while it runs. Its code
+/// must be there until then: a module that has given functors away stays loaded.
 /// Failure: calling an empty functor raises `CkException`; construction raises what allocation and copying the callable
 /// raise.
 template <class R, class S>

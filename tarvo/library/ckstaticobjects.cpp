@@ -65,8 +65,8 @@ const CkRTTI CkPolyLineBase::RTTI(CK_T("CkPolyLineBase"), CkISerializable::RTTI,
 
 namespace
 {
-/// Constructed last and destroyed first: the framework is told of a library that is complete, and what was made on first
-/// use goes before the static objects.
+/// Constructed last and destroyed first: the framework is told of a library that is complete, and what was made on
+/// first use goes before the static objects.
 const struct LibraryEntry
 {
     LibraryEntry() { tarvo::detail::processAttach(); }

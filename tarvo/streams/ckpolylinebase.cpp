@@ -1,7 +1,7 @@
 #include <tarvo/streams/ckpolylinebase.h>
 
 CkPolyLineBase::CkPolyLineBase() noexcept = default;
-CkPolyLineBase::CkPolyLineBase(const CkPolyLineBase&) noexcept : CkISerializable() {}
+CkPolyLineBase::CkPolyLineBase(const CkPolyLineBase&) noexcept = default;
 CkPolyLineBase::~CkPolyLineBase() = default;
 
 const CkRTTI& CkPolyLineBase::GetRTTI() const

@@ -17,8 +17,8 @@ public:
     static const CkRTTI RTTI;
 
     CkStreamRead() = default;
-    CkStreamRead(const CkStreamRead&) {}
-    CkStreamRead& operator=(const CkStreamRead&) { return *this; }
+    CkStreamRead(const CkStreamRead&) = default;
+    CkStreamRead& operator=(const CkStreamRead&) = default;
 
     virtual const CkRTTI& GetRTTI() const;
     virtual ~CkStreamRead();

@@ -22,8 +22,8 @@ public:
     static const CkRTTI RTTI;
 
     CkStreamWrite() = default;
-    CkStreamWrite(const CkStreamWrite&) {}
-    CkStreamWrite& operator=(const CkStreamWrite&) { return *this; }
+    CkStreamWrite(const CkStreamWrite&) = default;
+    CkStreamWrite& operator=(const CkStreamWrite&) = default;
 
     virtual const CkRTTI& GetRTTI() const;
     virtual ~CkStreamWrite();

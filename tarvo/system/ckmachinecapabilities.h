@@ -6,8 +6,8 @@
 /// What the machine is and can do.
 ///
 /// Threads: every operation may be called from any thread, under any of the library's locks.
-/// Blocking: the first query of the speed takes at least 50 ms where the processor has a time-stamp counter. Queries that
-/// come while the first one finds the answers wait for it; every later one is a read.
+/// Blocking: the first query of the speed takes at least 50 ms where the processor has a time-stamp counter. Queries
+/// that come while the first one finds the answers wait for it; every later one is a read.
 /// Lifetime: the answers never change; they are destroyed when the library is unloaded.
 /// Failure: what cannot be found out keeps the value that stands below. The first query may raise
 /// `CkExceptionOutOfMemory`, or fail as allocation does; the next one tries again.

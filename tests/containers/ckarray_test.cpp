@@ -2,6 +2,7 @@
 #include <tarvo/core/ckexception.h>
 #include <tarvo/streams/ckstreamwriteascii.h>
 
+#include <support/arraymodel.h>
 #include <support/memorystreams.h>
 #include <support/printers.h>
 
@@ -116,71 +117,10 @@ TEST(Array, does_what_a_vector_does)
                 array.InsertAfter(0, i, 1);
                 model.push_back(i);
             }
+            const auto operation = below(operationsOfBoth);
             const ULONG at = below(model.size());
-            const ULONG from = below(model.size());
-            const int value = model[from];
-            const std::ptrdiff_t place = at;
-            switch (random() % 12)
-            {
-            case 0:
-                array.AddTail(array[from]);
-                model.push_back(value);
-                break;
-            case 1:
-                array.InsertBefore(at, array[from], 1);
-                model.insert(model.begin() + place, value);
-                break;
-            case 2:
-                array.InsertAfter(at, array[from], 1);
-                model.insert(model.begin() + place + 1, value);
-                break;
-            case 3:
-                EXPECT_EQ(array.InsertBefore(at, array[from], 0), 0);
-                model.insert(model.begin() + place, value);
-                model.pop_back();
-                break;
-            case 4:
-                EXPECT_EQ(array.InsertAfter(at, array[from], 0), 0);
-                model.insert(model.begin() + place + 1, value);
-                model.pop_back();
-                break;
-            case 5:
-                array.Remove(at);
-                model.erase(model.begin() + place);
-                break;
-            case 6:
-                at % 2 != 0 ? array.RemoveHead() : array.RemoveTail();
-                model.erase(at % 2 != 0 ? model.begin() : model.end() - 1);
-                break;
-            case 7:
-                array.Rotate(static_cast<int>(at));
-                std::rotate(model.begin(), model.end() - place, model.end());
-                break;
-            case 8:
-                array.Rotate(-static_cast<int>(at));
-                std::rotate(model.begin(), model.begin() + place, model.end());
-                break;
-            case 9:
-                array.Reverse();
-                std::ranges::reverse(model);
-                break;
-            case 10:
-                array.SetMemoryElementCount(at, 1);
-                EXPECT_EQ(array.GetMemoryElementCount(), model.size());
-                break;
-            default:
-                if (model.size() < 100)
-                {
-                    array.AddTail(array);
-                    model.insert(model.end(), model.begin(), model.begin() + static_cast<std::ptrdiff_t>(model.size()));
-                }
-                else
-                {
-                    array.SetCount(at, 1);
-                    model.resize(at);
-                }
-            }
-            ASSERT_EQ(contentOf(array), model);
+            changeBoth(array, model, operation, at, below(model.size()));
+            ASSERT_EQ(contentOf(array), model) << operation;
             ASSERT_GE(array.GetMemoryElementCount(), array.GetCount());
         }
     }

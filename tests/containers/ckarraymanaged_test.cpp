@@ -2,6 +2,8 @@
 #include <tarvo/core/ckexception.h>
 #include <tarvo/threads/ckevent.h>
 
+#include <support/arraymodel.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -119,96 +121,47 @@ protected:
     void TearDown() override { EXPECT_TRUE(Holder::OpenHandles().empty()) << "leaked"; }
 };
 
-/// One operation on the array and its model, which have elements, if not too many.
-void changeBoth(Array& array, Values& model, unsigned int operation, std::size_t at, std::size_t from)
+/// Those of `changeBoth` and what only arrays of such elements have: new elements are default ones.
+constexpr unsigned int operationsOfManaged = operationsOfBoth + 7;
+
+void changeManaged(Array& array, Values& model, unsigned int operation, ULONG at, ULONG from)
 {
-    const auto index = static_cast<ULONG>(at);
-    const auto place = static_cast<std::ptrdiff_t>(at);
-    const int value = model[from];
-    const Holder& own = array[static_cast<ULONG>(from)];
-    const std::size_t resized = from + 3;
+    const auto place = model.begin() + static_cast<std::ptrdiff_t>(at);
+    const ULONG resized = from + 3;
     switch (operation)
     {
-    case 0:
-        array.AddTail(own);
-        model.push_back(value);
+    case operationsOfBoth:
+        array.InsertBefore(at, 1);
+        model.insert(place, -1);
         break;
-    case 1:
-        array.InsertBefore(index, own, 1);
-        model.insert(model.begin() + place, value);
-        break;
-    case 2:
-        array.InsertAfter(index, own, 1);
-        model.insert(model.begin() + place + 1, value);
-        break;
-    case 3:
-        EXPECT_EQ(array.InsertBefore(index, own, 0), 0);
-        model.insert(model.begin() + place, value);
-        model.pop_back();
-        break;
-    case 4:
-        EXPECT_EQ(array.InsertAfter(index, own, 0), 0);
-        model.insert(model.begin() + place + 1, value);
-        model.pop_back();
-        break;
-    case 5:
-        array.InsertBefore(index, 1);
-        model.insert(model.begin() + place, -1);
-        break;
-    case 6:
-        array.InsertAfter(index, 0);
+    case operationsOfBoth + 1:
+        array.InsertAfter(at, 0);
         if (at + 2 < model.size())
         {
-            model.insert(model.begin() + place + 1, -1);
+            model.insert(place + 1, -1);
             model.pop_back();
         }
         break;
-    case 7:
-        array.Remove(index);
-        model.erase(model.begin() + place);
-        break;
-    case 8:
-        at % 2 != 0 ? array.RemoveHead() : array.RemoveTail();
-        model.erase(at % 2 != 0 ? model.begin() : model.end() - 1);
-        break;
-    case 9:
-        array.Rotate(static_cast<int>(index));
-        std::rotate(model.begin(), model.end() - place, model.end());
-        break;
-    case 10:
-        array.Reverse();
-        std::ranges::reverse(model);
-        break;
-    case 11:
-        array.SetMemoryElementCount(index, 1);
-        EXPECT_EQ(array.GetMemoryElementCount(), model.size());
-        break;
-    case 12:
-        model.resize(std::min(model.size(), resized));
-        if (array.SetMemoryElementCount(static_cast<ULONG>(resized), 0) != 0)
+    case operationsOfBoth + 2:
+        model.resize(std::min<std::size_t>(model.size(), resized));
+        if (array.SetMemoryElementCount(resized, 0) != 0)
             std::ranges::fill(model, -1);
         EXPECT_EQ(array.GetMemoryElementCount(), resized);
         break;
-    case 13:
-        plain(array).SetCount(static_cast<unsigned int>(resized), 1);
+    case operationsOfBoth + 3:
+        plain(array).SetCount(resized, 1);
         model.resize(resized, -1);
         break;
-    case 14:
+    case operationsOfBoth + 4:
         array.Grow();
         model.push_back(-1);
         break;
-    case 15: array = Array(array); break;
-    default:
-        if (model.size() < 50)
-        {
-            array.AddTail(array);
-            model.insert(model.end(), model.begin(), model.begin() + static_cast<std::ptrdiff_t>(model.size()));
-        }
-        else
-        {
-            array.SetCountManaged(index, 0);
-            model.resize(at);
-        }
+    case operationsOfBoth + 5: array = Array(array); break;
+    case operationsOfBoth + 6:
+        array.SetCountManaged(at, 0);
+        model.resize(at);
+        break;
+    default: changeBoth(array, model, operation, at, from);
     }
 }
 } // namespace
@@ -217,6 +170,7 @@ void changeBoth(Array& array, Values& model, unsigned int operation, std::size_t
 TEST_F(ArrayManaged, does_what_a_vector_does_and_every_element_lives_once)
 {
     std::mt19937 random(1);
+    const auto below = [&random](std::size_t limit) { return static_cast<ULONG>(random() % limit); };
     for (unsigned int step : {0u, 3u})
     {
         Array array;
@@ -230,8 +184,9 @@ TEST_F(ArrayManaged, does_what_a_vector_does_and_every_element_lives_once)
                 array.InsertAfter(0, i, 1);
                 model.push_back(i);
             }
-            const auto operation = static_cast<unsigned int>(random() % 17);
-            changeBoth(array, model, operation, random() % model.size(), random() % model.size());
+            const ULONG operation = below(operationsOfManaged);
+            const ULONG at = below(model.size());
+            changeManaged(array, model, operation, at, below(model.size()));
             ASSERT_EQ(valuesOf(array), model) << operation;
             ASSERT_GE(array.GetMemoryElementCount(), array.GetCount());
             ASSERT_NO_FATAL_FAILURE(expectOpen({&array}));

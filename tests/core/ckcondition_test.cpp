@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 namespace
@@ -119,6 +120,10 @@ void checkLevels(int type)
     checkLevel<Kind, 2>(type);
 }
 } // namespace
+
+// A text that goes at the end of the line would be reported when it has long gone.
+static_assert(!std::is_constructible_v<CkInvariant<0>, CString, unsigned int, bool (*)()>);
+static_assert(std::is_constructible_v<CkInvariant<0>, const CString&, unsigned int, bool (*)()>);
 
 TEST(Condition, failures_are_reported_and_at_level_2_raised)
 {

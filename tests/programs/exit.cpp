@@ -1,4 +1,5 @@
-// The process ends with the exit code that is its argument although singletons, static objects and running threads still use the library.
+// The process ends with the exit code that is its argument although singletons, static objects and running threads
+// still use the library.
 
 #include <tarvo/tarvo.h>
 

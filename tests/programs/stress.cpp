@@ -1,7 +1,7 @@
-// The thread pool under everything at once: many submitters, random priorities, hooks that raise, decline and add tasks,
-// one thread that sets all events of the process, shutdowns and restarts in between. Every accepted task that did not
-// decline has run exactly once, and in the end nothing is left of any. Takes half a minute, or as many seconds as the
-// argument says.
+// The thread pool under everything at once: many submitters, random priorities, hooks that raise, decline and add
+// tasks, one thread that sets all events of the process, shutdowns and restarts in between. Every accepted task that
+// did not decline has run exactly once, and in the end nothing is left of any. Takes half a minute, or as many seconds
+// as the argument says.
 
 #include <tarvo/tarvo.h>
 
@@ -173,18 +173,9 @@ void repeat(std::vector<std::thread>& threads, const std::atomic<bool>& end, Act
                 action();
         });
 }
-} // namespace
-
-int main(int argc, char** argv)
+/// Until the end nobody sees this program's own threads but through what they do.
+void runFor(std::chrono::seconds duration, CkThreadPool& pool)
 {
-    const auto duration = std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 30);
-    CkThreadPool& pool = CkThreadPool::GetInstance();
-    listenToTraces();
-    expect(pool.ShutdownAndWait(INFINITE), "the pool shuts down");
-    const long eventsBefore = countEvents();
-    const std::size_t threadsBefore = Resources::Now().threads;
-
-    // Until the end nobody sees this program's own threads but through what they do.
     std::atomic<bool> end{false};
     std::atomic<bool> quiet{false};
     std::vector<std::thread> threads;
@@ -217,7 +208,10 @@ int main(int argc, char** argv)
     end = true;
     for (std::thread& thread : threads)
         thread.join();
+}
 
+void expectNothingLeft(CkThreadPool& pool)
+{
     // Tasks that add others as they go keep the pool busy a little longer.
     for (const auto stop = Clock::now() + std::chrono::seconds(60); g_alive != 0 && Clock::now() < stop;)
         pool.WaitUntilIdle(1000);
@@ -229,6 +223,20 @@ int main(int argc, char** argv)
     expect(g_alive == 0, "no task is left");
     expect(CkThreadPoolPeer::EntryCount(pool) == 0, "no submitter is left");
     expect(CkThreadPoolPeer::WorkerCount(pool) == 0, "no worker is left");
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const auto duration = std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 30);
+    CkThreadPool& pool = CkThreadPool::GetInstance();
+    listenToTraces();
+    expect(pool.ShutdownAndWait(INFINITE), "the pool shuts down");
+    const long eventsBefore = countEvents();
+    const std::size_t threadsBefore = Resources::Now().threads;
+
+    runFor(duration, pool);
+    expectNothingLeft(pool);
     expect(countEvents() == eventsBefore, "no event is left");
     // The system's own record of a thread may outlive it by a moment.
     for (const auto stop = Clock::now() + std::chrono::seconds(10);

@@ -215,6 +215,45 @@ TEST(BinaryStream, length_headers_have_the_width_that_the_length_needs)
     EXPECT_EQ(CkStreamReadBinaryPeer::ReadStringLength(reader), 65534u);
 }
 
+namespace
+{
+template <class T>
+void readNumber(CkStreamRead& stream)
+{
+    T value = 0;
+    stream >> value;
+}
+
+void readTruthValue(CkStreamRead& stream)
+{
+    bool value = false;
+    try
+    {
+        stream >> value;
+    }
+    catch (...)
+    {
+        EXPECT_FALSE(value);
+        throw;
+    }
+}
+
+void readText(CkStreamRead& stream)
+{
+    CString value(CK_T("before"));
+    try
+    {
+        stream >> value;
+    }
+    catch (const CkExceptionStream& exception)
+    {
+        EXPECT_EQ(exception.GetFilename(), CK_T("tarvo\\streams\\ckstreamreadbinary"));
+        EXPECT_EQ(value, CK_T("before"));
+        throw;
+    }
+}
+} // namespace
+
 TEST(BinaryStream, every_truncation_raises_and_leaves_texts_and_truth_values_alone)
 {
     struct Row
@@ -223,54 +262,12 @@ TEST(BinaryStream, every_truncation_raises_and_leaves_texts_and_truth_values_alo
         std::function<void(CkStreamRead&)> read;
     };
     const Row rows[] = {
-        {{1},
-         [](CkStreamRead& s)
-         {
-             bool v = false;
-             try
-             {
-                 s >> v;
-             }
-             catch (...)
-             {
-                 EXPECT_FALSE(v);
-                 throw;
-             }
-         }},
-        {{1, 2},
-         [](CkStreamRead& s)
-         {
-             short v = 0;
-             s >> v;
-         }},
-        {{1, 2, 3, 4},
-         [](CkStreamRead& s)
-         {
-             LONG v = 0;
-             s >> v;
-         }},
+        {{1}, readTruthValue},
+        {{1, 2}, readNumber<short>},
+        {{1, 2, 3, 4}, readNumber<LONG>},
         {{1, 2, 3, 4}, [](CkStreamRead& s) { s.ReadAndCompareVersion(0xFFFFFFFF); }},
-        {{1, 2, 3, 4, 5, 6, 7, 8},
-         [](CkStreamRead& s)
-         {
-             double v = 0;
-             s >> v;
-         }},
-        {bytesOf([](CkStreamWrite& s) { s << textOf(300); }),
-         [](CkStreamRead& s)
-         {
-             CString v(CK_T("before"));
-             try
-             {
-                 s >> v;
-             }
-             catch (const CkExceptionStream& exception)
-             {
-                 EXPECT_EQ(exception.GetFilename(), CK_T("tarvo\\streams\\ckstreamreadbinary"));
-                 EXPECT_EQ(v, CK_T("before"));
-                 throw;
-             }
-         }},
+        {{1, 2, 3, 4, 5, 6, 7, 8}, readNumber<double>},
+        {bytesOf([](CkStreamWrite& s) { s << textOf(300); }), readText},
     };
     for (const Row& row : rows)
     {

@@ -7,8 +7,8 @@
 
 using AFX_THREADPROC = unsigned int (*)(LPVOID parameter);
 
-/// A thread that the framework has started. Deletes itself when the thread ends, unless `m_bAutoDelete` was set to FALSE
-/// before the thread ran; who needs the handle longer duplicates it while the thread is suspended.
+/// A thread that the framework has started. Deletes itself when the thread ends, unless `m_bAutoDelete` was set to
+/// FALSE before the thread ran; who needs the handle longer duplicates it while the thread is suspended.
 class TARVO_API CWinThread
 {
 public:

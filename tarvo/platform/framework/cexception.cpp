@@ -20,6 +20,6 @@ void AfxThrowMemoryException()
 {
     // Never destroyed: destructors of other static objects may still run out of memory.
     alignas(CMemoryException) static unsigned char storage[sizeof(CMemoryException)];
-    static CMemoryException* const exception = ::new (storage) CMemoryException(false);
+    static auto* const exception = ::new (storage) CMemoryException(false);
     throw exception;
 }

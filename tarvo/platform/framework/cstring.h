@@ -134,7 +134,7 @@ public:
         const auto position = static_cast<std::size_t>(index);
         if (TARVO_CHECKED && position > m_text.size())
             tarvo::detail::trap("CString: index beyond the end of the text");
-        return m_text.data()[position];
+        return m_text[position];
     }
 
     /// The index must be below the length.
@@ -143,7 +143,7 @@ public:
         const auto position = static_cast<std::size_t>(index);
         if (TARVO_CHECKED && position >= m_text.size())
             tarvo::detail::trap("CString: index beyond the end of the text");
-        m_text.data()[position] = unit;
+        m_text[position] = unit;
     }
 
     void Append(const CString& text) { append(text.View()); }

@@ -37,7 +37,7 @@ constexpr std::array<std::uint64_t, 20> powersOfTen = []
 
 void putPair(WCHAR* out, std::uint32_t pair) noexcept
 {
-    std::memcpy(out, &digitPairs[2 * pair], 2 * sizeof(WCHAR));
+    std::memcpy(out, &digitPairs[std::size_t{2} * pair], 2 * sizeof(WCHAR));
 }
 
 void putFour(WCHAR* out, std::uint32_t four) noexcept

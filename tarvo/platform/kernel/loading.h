@@ -2,7 +2,8 @@
 
 #include <tarvo/platform/kernel/kernel.h>
 
-// What the loader of the platform has to do with the library. Its calls come in where tarvo/library/libraryentry.h says.
+// What the loader of the platform has to do with the library. Its calls come in where tarvo/library/libraryentry.h
+// says.
 
 namespace tarvo::kernel
 {

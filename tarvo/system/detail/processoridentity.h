@@ -10,8 +10,8 @@
 
 namespace tarvo::detail
 {
-/// The vendor whose processors give this text in leaf 0: the units of EBX, EDX and ECX. No value when there is no memory
-/// for looking it up, so that nothing is raised where locks are held.
+/// The vendor whose processors give this text in leaf 0: the units of EBX, EDX and ECX. No value when there is no
+/// memory for looking it up, so that nothing is raised where locks are held.
 TARVO_API std::optional<CkMachineCapabilities::ECPUVendor> processorVendor(const CString& text);
 
 TARVO_API const WCHAR* processorVendorName(CkMachineCapabilities::ECPUVendor vendor) noexcept;

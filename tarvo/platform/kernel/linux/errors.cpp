@@ -23,7 +23,7 @@ DWORD FormatMessageW(DWORD flags, LPCVOID, DWORD messageId, DWORD, LPWSTR buffer
     const std::u16string_view text = tarvo::kernel::errorText(messageId);
     if (text.empty())
         return fail(ERROR_MR_MID_NOT_FOUND);
-    if ((flags & FORMAT_MESSAGE_IGNORE_INSERTS) == 0 && text.find(u'%') != text.npos)
+    if ((flags & FORMAT_MESSAGE_IGNORE_INSERTS) == 0 && text.find(u'%') != std::u16string_view::npos)
         return fail(ERROR_INVALID_PARAMETER);
 
     constexpr std::u16string_view end = u"\r\n";

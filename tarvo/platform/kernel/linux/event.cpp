@@ -10,8 +10,8 @@ ObjectRef requireEvent(HANDLE event) noexcept
     return tarvo::kernel::requireObject(event, ObjectKind::manualEvent, ObjectKind::autoEvent);
 }
 
-/// Changes the signals of an event from `before` to `after` through its own handle while nothing else refers to it: what
-/// most calls find. False when it is otherwise, and nothing is done.
+/// Changes the signals of an event from `before` to `after` through its own handle while nothing else refers to it:
+/// what most calls find. False when it is otherwise, and nothing is done.
 inline bool changeAtOnce(HANDLE event, std::uint64_t before, std::uint64_t after, std::memory_order order) noexcept
 {
     using namespace tarvo::kernel;

@@ -91,8 +91,8 @@ extern constinit thread_local ThreadEnding t_ending __attribute__((tls_model("in
 /// Ends the running thread without any clean-up but that of the wait in which it was interrupted.
 [[noreturn]] void endThreadNow() noexcept;
 
-/// Keeps the running thread from being ended forcibly. A signal handler of the same thread may look at the counts at any
-/// moment.
+/// Keeps the running thread from being ended forcibly. A signal handler of the same thread may look at the counts at
+/// any moment.
 class [[nodiscard]] Undisturbed
 {
 public:

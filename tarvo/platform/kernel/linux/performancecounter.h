@@ -15,8 +15,8 @@ union LARGE_INTEGER
     LONGLONG QuadPart;
 };
 
-/// Nanoseconds on the monotonic clock, which counts from some moment before the process began. Never fails. Inline, as a
-/// reading takes hardly more time than a call.
+/// Nanoseconds on the monotonic clock, which counts from some moment before the process began. Never fails. Inline, as
+/// a reading takes hardly more time than a call.
 inline BOOL QueryPerformanceCounter(LARGE_INTEGER* count) noexcept
 {
     timespec now;

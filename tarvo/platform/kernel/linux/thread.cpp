@@ -93,8 +93,8 @@ void admitEndSignal() noexcept
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-/// Ends with its thread, after everything else that is thread-local. As long as it exists, the C library does not unload
-/// the library whose code its destructor is.
+/// Ends with its thread, after everything else that is thread-local. As long as it exists, the C library does not
+/// unload the library whose code its destructor is.
 struct EndOfThread
 {
     ~EndOfThread()

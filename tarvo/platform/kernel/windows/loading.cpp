@@ -23,9 +23,10 @@ void freeSlot()
 }
 } // namespace
 
-// The run-time of the compiler calls, in this order: DllEntryPoint; the constructors of the static objects; DllMain. And
-// when the library goes: DllMain; DllEntryPoint; what was registered with `atexit`, the latest first, the destructors of
-// the static objects among it. Where a call refuses the load, what was done before is undone in the same way.
+// The run-time of the compiler calls, in this order: DllEntryPoint; the constructors of the static objects; DllMain.
+// And when the library goes: DllMain; DllEntryPoint; what was registered with `atexit`, the latest first, the
+// destructors of the static objects among it. Where a call refuses the load, what was done before is undone in the same
+// way.
 
 extern "C" BOOL WINAPI DllEntryPoint(HINSTANCE, DWORD reason, LPVOID)
 {
