@@ -68,7 +68,7 @@ void Progress::show()
     {
         const double part = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(total));
         const auto filled = static_cast<std::size_t>(part * barWidth);
-        line += "[" + std::string(filled, '#') + std::string(barWidth - filled, '.') + "] ";
+        line.append("[").append(filled, '#').append(barWidth - filled, '.').append("] ");
     }
     line += formatSize(m_done) + ", " + formatSize(static_cast<unsigned __int64>(rate)) + "/s";
     if (total > m_done && rate >= 1)
