@@ -25,10 +25,7 @@ platform::File openArchive(const CString& path)
 {
     CString folder;
     CString name;
-    platform::splitName(path, folder, name);
-    if (name.IsEmpty())
-        throw ArchiveException(CK_SOURCE_FILE, __LINE__,
-                               CString::FromUtf8(makePrintable(path)) + CK_T(": is a folder"));
+    platform::splitFilePath(path, folder, name);
     platform::File file = platform::Folder::Open(folder)->OpenNamedToRead(name);
     if (file.GetStatus().kind != platform::Kind::file)
         throw ArchiveException(CK_SOURCE_FILE, __LINE__,

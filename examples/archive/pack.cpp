@@ -249,10 +249,7 @@ void pack(const CommandLine& commandLine)
     const CString path = commandLine.operands[0];
     CString folderPath;
     CString name;
-    platform::splitName(path, folderPath, name);
-    if (name.IsEmpty())
-        throw ArchiveException(CK_SOURCE_FILE, __LINE__,
-                               CString::FromUtf8(makePrintable(path)) + CK_T(": is a folder"));
+    platform::splitFilePath(path, folderPath, name);
     const platform::Folder::Pointer folder = platform::Folder::Open(folderPath);
     const std::optional<platform::Status> former = findFormer(*folder, name);
     PendingFile output(folder, name, true);

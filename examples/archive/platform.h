@@ -161,6 +161,9 @@ std::vector<CString> splitPath(const CString& path);
 /// "b". The name is empty where the path ends in none, as "/" and "a/.." do.
 void splitName(const CString& path, CString& folder, CString& name);
 
+/// The same for the path of a file; raises where there is no name.
+void splitFilePath(const CString& path, CString& folder, CString& name);
+
 /// Whether a name from an archive can be the name of one file here.
 bool isPossibleName(const CString& name) noexcept;
 

@@ -156,40 +156,33 @@ timespec timeOf(const Time& time)
 std::atomic<bool> g_interrupted{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 
+/// Calls `readSome(done)`, which reads on behind the first `done` bytes, until all are there or the file ends.
+template <class ReadSome>
+unsigned __int64 readAll(const File& file, unsigned __int64 size, ReadSome readSome)
+{
+    unsigned __int64 done = 0;
+    while (done < size)
+    {
+        const ssize_t count = readSome(done);
+        if (count < 0 && errno != EINTR)
+            raise(__LINE__, file.GetPath(), CK_T("can't be read"));
+        if (count == 0)
+            break;
+        done += count > 0 ? static_cast<unsigned __int64>(count) : 0;
+    }
+    return done;
+}
+
 void noteInterrupt(int)
 {
     g_interrupted.store(true, std::memory_order_relaxed);
 }
 } // namespace
 
-File::File(Handle handle, CkSmartPointer<const Folder> folder, const CString& name) noexcept
-    : m_handle(handle), m_folder(std::move(folder)), m_name(name)
-{
-}
-
-File::File(File&& other) noexcept
-    : m_handle(std::exchange(other.m_handle, noHandle)), m_folder(std::move(other.m_folder)),
-      m_name(std::move(other.m_name))
-{
-}
-
-File& File::operator=(File&& other) noexcept
-{
-    std::swap(m_handle, other.m_handle);
-    m_folder.swap(other.m_folder);
-    m_name.swap(other.m_name);
-    return *this;
-}
-
 File::~File()
 {
     if (IsOpen())
         ::close(descriptorOf(m_handle));
-}
-
-CString File::GetPath() const
-{
-    return m_folder ? m_folder->GetPathOf(m_name) : m_name;
 }
 
 Status File::GetStatus() const
@@ -202,33 +195,19 @@ Status File::GetStatus() const
 
 unsigned __int64 File::Read(void* data, unsigned __int64 size)
 {
-    unsigned __int64 done = 0;
-    while (done < size)
-    {
-        const ssize_t count = ::read(descriptorOf(m_handle), static_cast<char*>(data) + done, size - done);
-        if (count < 0 && errno != EINTR)
-            raise(__LINE__, GetPath(), CK_T("can't be read"));
-        if (count == 0)
-            break;
-        done += count > 0 ? static_cast<unsigned __int64>(count) : 0;
-    }
-    return done;
+    return readAll(*this, size,
+                   [&](unsigned __int64 done)
+                   { return ::read(descriptorOf(m_handle), static_cast<char*>(data) + done, size - done); });
 }
 
 unsigned __int64 File::ReadAt(unsigned __int64 position, void* data, unsigned __int64 size) const
 {
-    unsigned __int64 done = 0;
-    while (done < size)
-    {
-        const ssize_t count = ::pread(descriptorOf(m_handle), static_cast<char*>(data) + done, size - done,
+    return readAll(*this, size,
+                   [&](unsigned __int64 done)
+                   {
+                       return ::pread(descriptorOf(m_handle), static_cast<char*>(data) + done, size - done,
                                       static_cast<off_t>(position + done));
-        if (count < 0 && errno != EINTR)
-            raise(__LINE__, GetPath(), CK_T("can't be read"));
-        if (count == 0)
-            break;
-        done += count > 0 ? static_cast<unsigned __int64>(count) : 0;
-    }
-    return done;
+                   });
 }
 
 void File::Write(const void* data, unsigned __int64 size)

@@ -137,34 +137,10 @@ BOOL WINAPI noteInterrupt(DWORD)
 }
 } // namespace
 
-File::File(Handle handle, CkSmartPointer<const Folder> folder, const CString& name) noexcept
-    : m_handle(handle), m_folder(std::move(folder)), m_name(name)
-{
-}
-
-File::File(File&& other) noexcept
-    : m_handle(std::exchange(other.m_handle, noHandle)), m_folder(std::move(other.m_folder)),
-      m_name(std::move(other.m_name))
-{
-}
-
-File& File::operator=(File&& other) noexcept
-{
-    std::swap(m_handle, other.m_handle);
-    m_folder.swap(other.m_folder);
-    m_name.swap(other.m_name);
-    return *this;
-}
-
 File::~File()
 {
     if (IsOpen())
         CloseHandle(systemHandleOf(m_handle));
-}
-
-CString File::GetPath() const
-{
-    return m_folder ? m_folder->GetPathOf(m_name) : m_name;
 }
 
 Status File::GetStatus() const
