@@ -45,13 +45,10 @@ try
     if (!m_fulfilled)
         handleUnfulfilledCondition(CkIntToType<0>());
 }
-catch (CException* exception)
-{
-    exception->Delete();
-}
 catch (...)
 {
     // The exception that unwinds the stack matters more.
+    tarvo::framework::discardException();
 }
 
 template <int N>

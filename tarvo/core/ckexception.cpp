@@ -43,13 +43,9 @@ try
 {
     return make();
 }
-catch (CException* exception)
-{
-    exception->Delete();
-    return nullptr;
-}
 catch (...)
 {
+    tarvo::framework::discardException();
     return nullptr;
 }
 
@@ -193,13 +189,10 @@ void CkException::dumpLog(const CkRTTI& rtti) const noexcept
     {
         manager->NotifyListeners(CkLogListenerManager::eEventException, m_fileName, m_codeLine, rtti.GetName());
     }
-    catch (CException* exception)
-    {
-        exception->Delete();
-    }
     catch (...)
     {
         // The error under construction matters more than what went wrong with its report.
+        tarvo::framework::discardException();
     }
     --t_reportDepth;
 }

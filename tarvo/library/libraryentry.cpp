@@ -22,13 +22,9 @@ try
     new CDynLinkLibrary(g_extension); // the chain's
     return true;
 }
-catch (CException* exception)
-{
-    exception->Delete();
-    return false;
-}
 catch (...)
 {
+    framework::discardException();
     return false;
 }
 
@@ -57,6 +53,7 @@ try
 catch (...)
 {
     // Without its lock the chain keeps the entry; it goes with the library.
+    framework::discardException();
 }
 } // namespace
 

@@ -75,13 +75,10 @@ CkStreamRead& CkStreamReadBinary::operator>>(CString& value)
     {
         complete = readCharacters(value, length);
     }
-    catch (CException* exception)
-    {
-        exception->Delete();
-    }
     catch (...)
     {
         // Reported below, whatever it was.
+        tarvo::framework::discardException();
     }
     if (!complete)
         throw CkExceptionStream(source, lineCharacters);

@@ -1,6 +1,7 @@
 #include <tarvo/threads/cktask.h>
 
 #include <tarvo/core/ckexception.h>
+#include <tarvo/platform/framework/cexception.h>
 #include <tarvo/threads/ckthreadpool.h>
 #include <tarvo/threads/detail/eventregistry.h>
 
@@ -155,6 +156,7 @@ bool CkTask::attempt(Step step)
     }
     catch (...)
     {
+        tarvo::framework::discardException();
         m_successful = false;
         onException(nullptr);
     }

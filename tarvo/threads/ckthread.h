@@ -3,6 +3,7 @@
 #include <tarvo/config.h>
 #include <tarvo/core/ckcheckreturn.h>
 #include <tarvo/platform/framework/afxthread.h>
+#include <tarvo/platform/framework/cexception.h>
 #include <tarvo/streams/ckiclassname.h>
 #include <tarvo/threads/ckevent.h>
 
@@ -202,6 +203,7 @@ private:
         }
         catch (...)
         {
+            tarvo::framework::discardException();
             return false;
         }
     }

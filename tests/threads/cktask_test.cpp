@@ -9,6 +9,14 @@
 
 namespace
 {
+/// Thrown as a pointer, so that whoever handles it deletes it.
+struct CountedException : CException
+{
+    CountedException() { ++s_alive; }
+    ~CountedException() override { --s_alive; }
+    static inline std::atomic<int> s_alive{0};
+};
+
 /// Notes the hooks that are called and does in one of them what it is told.
 struct Recorder : CkTask
 {
@@ -17,7 +25,8 @@ struct Recorder : CkTask
         nothing,
         refuse,
         raise,
-        raiseOther
+        raiseOther,
+        raisePointer
     };
 
     Recorder(const char* at, Deed what) : hook(at), deed(what) {}
@@ -39,6 +48,8 @@ private:
             throw CkExceptionStream(CK_T("test"), 7);
         if (deed == raiseOther)
             throw 7;
+        if (deed == raisePointer)
+            throw new CountedException;
         return false;
     }
 
@@ -65,10 +76,11 @@ TEST(CkTask, runs_its_hooks_until_one_fails)
         bool successful;
     };
     const Row rows[] = {
-        {"", Recorder::nothing, "BRA", true},       {"B", Recorder::raise, "B!", false},
-        {"B", Recorder::raiseOther, "B?", false},   {"R", Recorder::refuse, "BR", false},
-        {"R", Recorder::raise, "BR!", false},       {"A", Recorder::raise, "BRA!", false},
-        {"A", Recorder::raiseOther, "BRA?", false},
+        {"", Recorder::nothing, "BRA", true},        {"B", Recorder::raise, "B!", false},
+        {"B", Recorder::raiseOther, "B?", false},    {"R", Recorder::refuse, "BR", false},
+        {"R", Recorder::raise, "BR!", false},        {"A", Recorder::raise, "BRA!", false},
+        {"A", Recorder::raiseOther, "BRA?", false},  {"B", Recorder::raisePointer, "B?", false},
+        {"R", Recorder::raisePointer, "BR?", false}, {"A", Recorder::raisePointer, "BRA?", false},
     };
     for (const Row& row : rows)
     {
@@ -77,7 +89,7 @@ TEST(CkTask, runs_its_hooks_until_one_fails)
             const CkSmartPointer<Recorder> task(new Recorder(row.hook, row.deed));
             task->raisesInHandler = raisesInHandler;
             EXPECT_FALSE(task->WaitUntilTerminate(0));
-            const bool handled = row.deed == Recorder::raise || row.deed == Recorder::raiseOther;
+            const bool handled = row.deed >= Recorder::raise;
             if (raisesInHandler && handled)
                 EXPECT_THROW(task->Run(), int);
             else
@@ -85,6 +97,7 @@ TEST(CkTask, runs_its_hooks_until_one_fails)
             EXPECT_EQ(task->calls, row.calls);
             EXPECT_EQ(task->IsSuccessful(), row.successful) << row.calls;
             EXPECT_TRUE(task->WaitUntilTerminate(0)) << row.calls;
+            EXPECT_EQ(CountedException::s_alive, 0) << row.calls;
         }
     }
 }

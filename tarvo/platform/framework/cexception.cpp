@@ -23,3 +23,19 @@ void AfxThrowMemoryException()
     static auto* const exception = ::new (storage) CMemoryException(false);
     throw exception;
 }
+
+void tarvo::framework::discardException() noexcept
+{
+    try
+    {
+        throw;
+    }
+    catch (CException* exception)
+    {
+        exception->Delete();
+    }
+    catch (...)
+    {
+        // An object that was thrown by value ends with its handler.
+    }
+}

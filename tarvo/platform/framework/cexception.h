@@ -32,3 +32,10 @@ public:
 /// Throws a pointer to the one `CMemoryException` that is always there. Needs no heap and works at any time, while
 /// static objects are made or destroyed as well. May be called from any thread.
 [[noreturn]] TARVO_API void AfxThrowMemoryException();
+
+namespace tarvo::framework
+{
+/// Frees the exception that is being handled where it was thrown as a pointer. Stands in every `catch (...)` that does
+/// not pass the exception on; only there may it be called.
+TARVO_API void discardException() noexcept;
+} // namespace tarvo::framework

@@ -144,13 +144,9 @@ try
         return fail(ERROR_INVALID_PARAMETER);
     return load(CString(name).ToUtf8());
 }
-catch (CException* exception)
+catch (...)
 {
-    exception->Delete();
-    return fail(ERROR_NOT_ENOUGH_MEMORY);
-}
-catch (const std::bad_alloc&)
-{
+    tarvo::framework::discardException();
     return fail(ERROR_NOT_ENOUGH_MEMORY);
 }
 
@@ -170,12 +166,8 @@ try
     std::fputs(line.c_str(), stderr);
     return IDOK;
 }
-catch (CException* exception)
+catch (...)
 {
-    exception->Delete();
-    return 0;
-}
-catch (const std::bad_alloc&)
-{
+    tarvo::framework::discardException();
     return 0;
 }
