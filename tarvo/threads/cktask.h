@@ -11,6 +11,8 @@ class CkException;
 
 namespace tarvo::detail
 {
+struct TaskHooks;
+
 /// An event with manual reset of which the kernel learns when somebody wants to sleep on it, or to have it.
 ///
 /// Most tasks end without that: then their event was a flag in the task, which took nothing from the kernel and no
@@ -125,7 +127,7 @@ protected:
     virtual void onException(const CkException* exception);
 
 private:
-    friend class CkThreadPool;
+    friend struct tarvo::detail::TaskHooks;
 
     template <class Step>
     bool attempt(Step step);

@@ -1,15 +1,12 @@
 #pragma once
 
 #include <tarvo/config.h>
-#include <tarvo/containers/cklist.h>
-#include <tarvo/containers/ckmap.h>
 #include <tarvo/core/cksingleton.h>
 #include <tarvo/core/cksmartpointer.h>
-#include <tarvo/threads/ckcriticalsection.h>
-#include <tarvo/threads/ckevent.h>
 #include <tarvo/threads/cktask.h>
 
-#include <atomic>
+#include <memory>
+#include <utility>
 
 class WorkerThread;
 class CkThreadPool;
@@ -17,22 +14,29 @@ extern template class TARVO_API CkSingleton<CkThreadPool>;
 
 /// The threads of the process that run tasks, fair between the threads that submit them.
 ///
-/// Tasks wait in a queue per submitting thread and priority. Of each submitter, as many run at once as there are
-/// processors; the pool starts a new worker whenever a submitter below that limit has a task and no worker is idle. A
-/// worker that has finished a task takes the next one of the same submitter, else of the submitter that has waited
-/// longest for a place, else of any. Priorities order the tasks of one submitter, equal ones run in the order in which
-/// they came.
+/// Tasks wait in a queue per submitting thread and priority. Each submitter has as many slots as there are processors:
+/// so many of its tasks run at once. A worker that has finished a task takes the next one of the same submitter, else
+/// one of the submitter that has waited longest with a free slot. Priorities order the tasks of one submitter, and
+/// equal ones run in the order in which they came.
 ///
 /// No task that was accepted is lost, runs twice, or waits while a worker could take it; and when the pool says that it
 /// is idle, nothing that was accepted before is unfinished.
 ///
+/// Invariant (holds whenever the pool's lock is free, and is verified in checked builds): for each queued task whose
+/// submitter has a free slot, a worker is being started or was woken and has still to look for a task, except where a
+/// start that was needed was refused.
+/// Bound: between two shutdowns there are never more workers than processors times the most submitters that had tasks
+/// at once. Idle workers do not end by themselves; `TrimWorkers` ends them.
+///
 /// Threads: every operation may be called from any thread. Takes its lock, and under it only what `CkTask::onAdd` and
-/// `doNotRun` take, which are called under it. Those may add tasks. References to tasks are released, and workers
-/// started, when the lock has been left.
+/// `doNotRun` take, which are called under it. Those may add tasks. A thread that adds a task runs only that task's
+/// hooks, destroys no other task, waits for no thread to end, and starts at most the one worker that the task needs.
 /// Blocking: `WaitUntilIdle` and `ShutdownAndWait` up to a time-out in milliseconds; 0xFFFFFFFF without limit, 0 only
-/// probes. A task that waits for the pool to be idle waits for itself. `AddTask` waits while a worker is started.
-/// Lifetime: made on first use, with one worker per processor. Who unloads the library calls `ShutdownAndWait` first
-/// (see CkThreadPoolShutdown): workers that still run keep it loaded.
+/// probes. A task that waits for the pool to be idle waits for itself. `AddTask` waits until a thread that it starts
+/// has begun.
+/// Lifetime: made on first use, with one worker per processor. Whoever unloads the library calls `ShutdownAndWait`
+/// first (see CkThreadPoolShutdown): workers that still run keep it loaded. A child that was made by `fork` after the
+/// pool has no workers: there, every operation returns false at once and touches no lock.
 /// Failure: `AddTask` raises `CkException` for a priority that does not exist, if it comes to a queue,
 /// `CkExceptionOutOfMemory`, and what the task's hooks raise; the task has not been accepted then. A worker that
 /// `CkEvent::SetAll` has ended is replaced when there is work for it.
@@ -41,7 +45,7 @@ extern template class TARVO_API CkSingleton<CkThreadPool>;
 /// |----------------|--------------------------------------|------------------------|
 /// | open           | construction; end of a shutdown      | starts or queues       |
 /// | closed         | `ShutdownAndWait`, while it stops    | false                  |
-/// | closed for good| a worker that could not be stopped   | false                  |
+/// | closed for good| a worker that could not be stopped; `fork`, in the child | false |
 class TARVO_API CkThreadPool : public CkSingleton<CkThreadPool>
 {
 public:
@@ -52,20 +56,54 @@ public:
         eTaskPriorityHigh = 2
     };
 
+    /// What has become of a task.
+    enum ESubmitResult
+    {
+        eSubmitAccepted,
+        eSubmitAcceptedWithoutWorker, ///< It is queued; the worker that it needs could not be started.
+        eSubmitDeclined,              ///< By its `doNotRun`; or there was no task.
+        eSubmitClosed
+    };
+
+    /// How a shutdown has ended.
+    enum EShutdownResult
+    {
+        eShutdownDone,
+        eShutdownTimeout,  ///< The pool was not idle in time. Nothing has ended.
+        eShutdownNoWorker, ///< Tasks are queued, and no worker could be started for them. Nothing has ended.
+        eShutdownFailed,   ///< A worker could not be stopped, and the pool is closed for good; or the wait failed.
+        eShutdownInChild   ///< The process was forked after the pool was made.
+    };
+
     CkThreadPool(const CkThreadPool&) = delete;
     CkThreadPool& operator=(const CkThreadPool&) = delete;
 
     /// Starts or queues a task in the name of the calling thread. False, and the task is not accepted, when it is null,
     /// the pool is closed, or the task declines to run. False as well when a worker was needed and could not be
     /// started: then the task stays queued for the next worker that looks for work.
-    bool AddTask(CkSmartPointer<CkTask, 1, unsigned int> task, ETaskPriority priority);
+    bool AddTask(CkSmartPointer<CkTask, 1, unsigned int> task, ETaskPriority priority)
+    {
+        return Submit(std::move(task), priority) == eSubmitAccepted;
+    }
 
-    /// Waits until no task is running or queued.
+    /// As `AddTask`, but tells the outcomes apart. A task that a hook of another one submits is accepted before the
+    /// worker that it may need is started.
+    ESubmitResult Submit(CkSmartPointer<CkTask, 1, unsigned int> task, ETaskPriority priority);
+
+    /// Waits until no task is running or queued. Where tasks are queued and there is no worker, it tries to start one;
+    /// false at once when that fails.
     bool WaitUntilIdle(unsigned int timeoutMs);
 
     /// Waits until no task is running or queued, and then ends all workers. False when the time was up before that, and
     /// nothing has ended. The next task starts a new worker.
-    bool ShutdownAndWait(unsigned int timeoutMs);
+    bool ShutdownAndWait(unsigned int timeoutMs) { return Shutdown(timeoutMs) == eShutdownDone; }
+
+    /// As `ShutdownAndWait`, but tells the outcomes apart.
+    EShutdownResult Shutdown(unsigned int timeoutMs);
+
+    /// Ends idle workers, and waits for their threads to end, until there are at most `maxWorkers` or none is idle. Does
+    /// not wait for tasks. Whether there are at most `maxWorkers` workers then.
+    bool TrimWorkers(unsigned int maxWorkers);
 
 protected:
     friend class CkSingleton<CkThreadPool>;
@@ -78,168 +116,47 @@ protected:
     /// `maxWorkers`.
     bool limitWorkerCount(unsigned int maxWorkers);
 
-    /// The number of workers that exist or are being started.
-    unsigned int getWorkerCount() const noexcept { return m_workerCount.load(std::memory_order_relaxed); }
+    /// The number of workers that exist or are being started. Takes no lock.
+    unsigned int getWorkerCount() const noexcept;
 
 private:
     friend class WorkerThread;
 
     using Task = CkSmartPointer<CkTask, 1, unsigned int>;
 
-    struct STaskEntry
-    {
-        Task task;
-    };
+    struct TARVO_HIDDEN State;
 
-    using TaskQueue = CkList<STaskEntry, 17, unsigned int>;
-    using TaskNodePool = TaskQueue::PlexManager;
-
-    /// What the pool knows of a submitting thread. Exists while it has tasks, running or queued.
-    struct SThreadData
-    {
-        void SetPool(const CkSmartPointer<TaskNodePool>& pool);
-        bool HasTasks() const noexcept { return prioritiesInUse != 0; }
-
-        /// Takes the task over; false, and it is left alone, when there is no memory.
-        bool TryAdd(Task& task, unsigned int priority);
-
-        /// Takes the first task of the highest priority; null when there is none.
-        Task TakeFirst();
-
-        ULONG submitter = 0;
-        unsigned int running = 0;         ///< Handed to workers and not yet finished, or asked whether they run at all.
-        unsigned int prioritiesInUse = 0; ///< Bit `p` is set when the queue of priority `p` has tasks.
-        TaskQueue queues[3]{TaskQueue(nullptr), TaskQueue(nullptr), TaskQueue(nullptr)}; ///< By priority.
-    };
-
-    /// Workers, linked through themselves, so that to be put here needs no memory.
-    class WorkerList
-    {
-    public:
-        unsigned int GetCount() const noexcept { return m_count; }
-        void AddHead(WorkerThread& worker) noexcept;
-        void AddTail(WorkerThread& worker) noexcept;
-        WorkerThread* TakeHead() noexcept;
-        void Remove(WorkerThread& worker) noexcept;
-
-    private:
-        WorkerThread* m_head = nullptr;
-        WorkerThread* m_tail = nullptr;
-        unsigned int m_count = 0;
-    };
-
-    /// A stay under the lock, which may be within another one of the same thread.
-    class Stay;
-
-    /// What kind of worker stays.
-    enum class Worker
-    {
-        none,
-        working,
-        ending
-    };
-
-    /// What has become of a task.
-    enum class Added
-    {
-        yes,
-        queued, ///< Or is to be.
-        grow,   ///< Queued, and a worker is to be started for it.
-        no,
-        badPriority,
-        noMemory
-    };
-
-    /// What a worker that looks for work has found.
-    enum class Looked
-    {
-        nothing,
-        served,
-        again ///< There may be something: the submitters have changed.
-    };
-
-    // These take the task over where it was accepted.
-
-    Added add(Task& task, ETaskPriority priority);
-    Added startNow(Task& task, SThreadData& data);
-    bool occupyWorker(Task& task, SThreadData& data);
-    Added queue(Task& task, SThreadData& data, ETaskPriority priority);
-
-    void giveUpPlace(SThreadData& data) noexcept;
-    void callForWorker(const SThreadData& data) noexcept;
-    void wantWorker() noexcept;
-
-    bool isWorkerComing() const noexcept;
-    bool arePromisesBroken() const noexcept;
-    void keepPromises() noexcept;
-    const SThreadData* findStartable() const noexcept;
-    bool wakeWorker() noexcept;
-    void loseWorker(WorkerThread& worker) noexcept;
-
+    bool occupyWorker(Task& task, WorkerThread& worker) noexcept;
     void considerIdleWorker(WorkerThread& worker) noexcept;
-    Looked serveWaiting(WorkerThread& worker);
-    Looked serveAnyone(WorkerThread& worker);
-    Looked serve(WorkerThread& worker, SThreadData& data, bool capped);
-    static bool declines(const CkTask& task) noexcept;
-    void releaseLater(Task task) noexcept;
-
-    /// Called by a worker that found an empty delivery; whether it is to end.
-    bool endWorker(WorkerThread& worker) noexcept;
-
-    SThreadData* findOrMakeData(ULONG submitter);
-    void removeIfUnused(SThreadData& data) noexcept;
-    bool hasPlace(const SThreadData& data) const noexcept { return data.running < m_runningCap; }
-
-    static void reap(WorkerList& workers) noexcept;
-
-    bool isIdle() const noexcept;
+    bool createWorkerThread() noexcept;
     void updateIdleState() noexcept;
 
-    /// Starts a worker that has been counted; takes it off the count when that fails.
-    bool createWorkerThread() noexcept;
-
-    bool stopWorkers(Stay& stay, unsigned int maxWorkers);
-
-    // What every task touches comes first, on as few cache lines as may be: submitters and workers take them from each
-    // other each time.
-
-    alignas(64) CkCriticalSection m_lock{4000}; ///< Guards what follows.
-    WorkerList m_idleWorkers;
-    unsigned int m_queuedTasks = 0;
-    unsigned int m_promised = 0;                ///< Tasks that have counted on one of these.
-    unsigned int m_trusted = 0;                 ///< Of the lookers, how many had come before the last of those.
-    std::atomic<unsigned int> m_lookers{0};     ///< Workers that have come to look for work, and wait for the lock.
-    unsigned int m_workersToStart = 0;          ///< Counted already.
-    std::atomic<unsigned int> m_workerCount{0}; ///< Also read without the lock.
-    const unsigned int m_runningCap;
-    CkSmartPointer<TaskNodePool> m_taskNodePool;
-    TaskQueue m_releasedTasks;         ///< To be released when the lock has been left.
-    std::atomic<bool> m_closed{false}; ///< Also read before the lock is taken.
-    bool m_idleEventSet = false;
-    bool m_failed = false; ///< A worker could not be stopped.
-
-    CkEvent m_idleEvent;       ///< Set when the pool is idle, but others may set it as well.
-    WorkerList m_endedWorkers; ///< Off the count; to be deleted by whoever comes next.
-    CkList<ULONG, 9, unsigned int> m_waitingSubmitters{40};
-    CkMap<ULONG, SThreadData, 0, unsigned int, CkHashKey<ULONG>> m_threadData{40};
-    unsigned int m_threadDataVersion = 0; ///< Changes with the keys of the map.
-    unsigned int m_stopping = 0;          ///< Shutdowns under way.
+    std::unique_ptr<State> m_state;
 };
 
 /// Ends the workers of the pool, if there is one, when it goes: for the scope in which an application uses tasks.
 class CkThreadPoolShutdown
 {
 public:
-    explicit CkThreadPoolShutdown(unsigned int timeoutMs = 0xFFFFFFFF) noexcept : m_timeoutMs(timeoutMs) {}
+    /// Where `result` is not null, it receives the outcome. It outlives the guard.
+    explicit CkThreadPoolShutdown(unsigned int timeoutMs = 0xFFFFFFFF,
+                                  CkThreadPool::EShutdownResult* result = nullptr) noexcept
+        : m_timeoutMs(timeoutMs), m_result(result)
+    {
+    }
+
     CkThreadPoolShutdown(const CkThreadPoolShutdown&) = delete;
     CkThreadPoolShutdown& operator=(const CkThreadPoolShutdown&) = delete;
 
     ~CkThreadPoolShutdown()
     {
-        if (CkThreadPool* const pool = CkThreadPool::FindInstance())
-            pool->ShutdownAndWait(m_timeoutMs);
+        CkThreadPool* const pool = CkThreadPool::FindInstance();
+        const auto result = pool != nullptr ? pool->Shutdown(m_timeoutMs) : CkThreadPool::eShutdownDone;
+        if (m_result != nullptr)
+            *m_result = result;
     }
 
 private:
     const unsigned int m_timeoutMs;
+    CkThreadPool::EShutdownResult* const m_result;
 };

@@ -4,6 +4,7 @@
 // as the argument says.
 
 #include <tarvo/tarvo.h>
+#include <tarvo/threads/detail/threadpoolstate.h>
 
 #include <support/expect.h>
 #include <support/resources.h>
@@ -22,8 +23,8 @@ struct CkThreadPoolPeer
 
     static unsigned int EntryCount(CkThreadPool& pool)
     {
-        const CkCriticalSectionAuto guard(pool.m_lock);
-        return pool.m_threadData.GetCount();
+        const CkCriticalSectionAuto guard(pool.m_state->lock);
+        return pool.m_state->scheduler.GetSubmitterCount();
     }
 };
 

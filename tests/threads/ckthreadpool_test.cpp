@@ -1,10 +1,13 @@
 #include <tarvo/tarvo.h>
+#include <tarvo/threads/detail/threadpoolstate.h>
 
 #include <gtest/gtest.h>
+#include <support/platform.h>
 
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -16,11 +19,12 @@ struct CkThreadPoolPeer
     static CkThreadPool& Pool() { return CkThreadPool::GetInstance(); }
     static unsigned int WorkerCount() { return Pool().getWorkerCount(); }
     static bool Limit(unsigned int count) { return Pool().limitWorkerCount(count); }
+    static bool HoldsLock() { return Pool().m_state->lock.IsLocking(); }
 
     static unsigned int EntryCount()
     {
-        const CkCriticalSectionAuto guard(Pool().m_lock);
-        return Pool().m_threadData.GetCount();
+        const CkCriticalSectionAuto guard(Pool().m_state->lock);
+        return Pool().m_state->scheduler.GetSubmitterCount();
     }
 };
 
@@ -42,9 +46,15 @@ public:
         ++s_alive;
     }
 
-    ~Work() override { --s_alive; }
+    ~Work() override
+    {
+        if (destroyedBy != nullptr)
+            *destroyedBy = std::this_thread::get_id();
+        --s_alive;
+    }
 
     static inline std::atomic<int> s_alive{0};
+    std::thread::id* destroyedBy = nullptr; ///< Receives the thread that destroys the task.
 
 protected:
     CkCheckReturn<bool, CkCheckReturnPolicyAssert> doRun() override
@@ -379,6 +389,165 @@ TEST_F(CkThreadPoolTest, refuses_tasks_while_it_shuts_down_and_works_again_after
     }
     EXPECT_EQ(ran, accepted + 1);
     EXPECT_EQ(Peer::WorkerCount(), 0u);
+}
+
+// What a thread that uses the pool is spared: it destroys no task of another, not even where its own brings them up.
+TEST_F(CkThreadPoolTest, releases_declined_tasks_on_workers_alone)
+{
+    occupyAll();
+    std::vector<std::thread::id> destroyedBy(100);
+    for (std::thread::id& id : destroyedBy)
+    {
+        const CkSmartPointer<Work> task(new Work({}, [] { return true; }));
+        task->destroyedBy = &id;
+        EXPECT_TRUE(add(task));
+    }
+    std::thread::id other;
+    std::thread(
+        [&]
+        {
+            other = std::this_thread::get_id();
+            for (int i = 0; i < 100; ++i)
+                EXPECT_TRUE(addWork({}));
+        })
+        .join();
+    gate.Set();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    for (const std::thread::id& id : destroyedBy)
+        EXPECT_TRUE(id != std::this_thread::get_id() && id != other && id != std::thread::id());
+}
+
+// Tasks that a hook gives to the pool in vain are released when the lock has been left.
+TEST_F(CkThreadPoolTest, destroys_what_hooks_have_submitted_in_vain_without_its_lock)
+{
+    struct OutsideOfLock : Work
+    {
+        using Work::Work;
+        ~OutsideOfLock() override { EXPECT_FALSE(Peer::HoldsLock()); }
+    };
+    const auto submit = [](Work* work) { return Peer::Pool().AddTask(CkSmartPointer<CkTask>(work), normal); };
+    const auto raise = []() -> bool { throw 8; };
+    const std::function<void()> attempts[] = {
+        [&] { EXPECT_THROW(submit(new OutsideOfLock({}, {}, raise)), int); },
+        [&] { EXPECT_THROW(submit(new OutsideOfLock({}, raise)), int); },
+        [&] { EXPECT_FALSE(submit(new OutsideOfLock({}, [] { return true; }))); },
+        [&] { EXPECT_FALSE(Peer::Pool().TrimWorkers(0)); }, // cannot wait for threads that need the lock
+    };
+    for (const auto& attempt : attempts)
+    {
+        EXPECT_TRUE(addWork({}));
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE)); // an idle worker, so that the tasks are asked at once
+        EXPECT_TRUE(add(new Work({}, {}, attempt)));
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    }
+}
+
+// SetAll sets the event that a thread waits on again and again; its time is up all the same.
+TEST_F(CkThreadPoolTest, waits_no_longer_than_it_is_told)
+{
+    std::atomic<bool> end{false};
+    std::atomic<bool> open{false};
+    EXPECT_TRUE(addWork(
+        [&]
+        {
+            while (!open)
+                std::this_thread::yield();
+        }));
+    std::thread disturber(
+        [&]
+        {
+            while (!end)
+            {
+                CkEvent::SetAll();
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    EXPECT_FALSE(Peer::Pool().WaitUntilIdle(50));
+    EXPECT_EQ(Peer::Pool().Shutdown(50), CkThreadPool::eShutdownTimeout);
+    end = true;
+    disturber.join();
+    open = true;
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+}
+
+TEST_F(CkThreadPoolTest, ends_idle_workers_while_others_run)
+{
+    std::thread([this] { occupyAll(); }).join();
+    CkEvent last;
+    EXPECT_TRUE(addWork([&] { last.Wait(INFINITE); }));
+    gate.Set();
+    while (!Peer::Pool().TrimWorkers(1)) // the workers that the gate has let go become idle
+        std::this_thread::yield();
+    EXPECT_EQ(Peer::WorkerCount(), 1u);
+    EXPECT_FALSE(Peer::Pool().TrimWorkers(0));
+    EXPECT_EQ(Peer::WorkerCount(), 1u);
+    last.Set();
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_TRUE(Peer::Pool().TrimWorkers(0));
+    EXPECT_EQ(Peer::WorkerCount(), 0u);
+}
+
+namespace
+{
+/// What a worker's thread does as the last thing, when it ends.
+struct AtThreadEnd
+{
+    ~AtThreadEnd()
+    {
+        if (action)
+            action();
+    }
+    std::function<void()> action;
+};
+
+thread_local AtThreadEnd t_atThreadEnd;
+} // namespace
+
+TEST_F(CkThreadPoolTest, tells_what_becomes_of_a_task_and_of_a_shutdown)
+{
+    const auto submit = [](Work* work) { return Peer::Pool().Submit(work, normal); };
+    std::atomic<int> atEnd{-1};
+    EXPECT_EQ(submit(new Work([&] { t_atThreadEnd.action = [&] { atEnd = submit(new Work); }; })),
+              CkThreadPool::eSubmitAccepted);
+    EXPECT_EQ(submit(nullptr), CkThreadPool::eSubmitDeclined);
+    EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+    EXPECT_EQ(submit(new Work({}, [] { return true; })), CkThreadPool::eSubmitDeclined);
+    auto result = CkThreadPool::eShutdownFailed;
+    {
+        const CkThreadPoolShutdown guard(INFINITE, &result);
+    }
+    EXPECT_EQ(result, CkThreadPool::eShutdownDone);
+    EXPECT_EQ(atEnd, CkThreadPool::eSubmitClosed); // the worker has ended while the pool was closed
+    EXPECT_EQ(submit(new Work([this] { gate.Wait(INFINITE); })), CkThreadPool::eSubmitAccepted);
+    {
+        const CkThreadPoolShutdown guard(5, &result);
+    }
+    EXPECT_EQ(result, CkThreadPool::eShutdownTimeout);
+    gate.Set();
+}
+
+// On Windows the system itself starts no thread while another one ends.
+TEST_F(CkThreadPoolTest, a_submitter_does_not_wait_for_workers_that_end)
+{
+    if constexpr (ownKernel)
+    {
+        std::mutex mutex;
+        for (unsigned int i = 0; i < processors(); ++i)
+            EXPECT_TRUE(addWork([&] { t_atThreadEnd.action = [&] { const std::lock_guard guard(mutex); }; }));
+        EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        {
+            const std::lock_guard guard(mutex);
+            while (Peer::WorkerCount() != 0)
+            {
+                CkEvent::SetAll();
+                std::this_thread::yield();
+            }
+            for (int i = 0; i < 10; ++i)
+                EXPECT_TRUE(addWork({}));
+            EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
+        }
+        EXPECT_TRUE(Peer::Pool().ShutdownAndWait(INFINITE)); // waits for the threads that have ended as well
+    }
 }
 
 TEST_F(CkThreadPoolTest, a_task_can_be_waited_for)

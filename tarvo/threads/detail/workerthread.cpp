@@ -1,5 +1,8 @@
 #include <tarvo/threads/detail/workerthread.h>
 
+#include <tarvo/platform/framework/cexception.h>
+#include <tarvo/threads/detail/threadpoolstate.h>
+
 #include <utility>
 
 bool TaskMailbox::Put(CkSmartPointer<CkTask>& task)
@@ -8,7 +11,7 @@ bool TaskMailbox::Put(CkSmartPointer<CkTask>& task)
         return false;
     m_slot = std::move(task);
     m_isFilled.store(true, std::memory_order_release);
-    // Where the event refuses, a taker whom others have woken may have come all the same.
+    // Where the event refuses, a taker that `CkEvent::SetAll` has woken may have come all the same.
     if (m_full.Set() || !m_isFilled.exchange(false, std::memory_order_acquire))
         return true;
     task = std::move(m_slot);
@@ -33,33 +36,46 @@ WorkerThread::WorkerThread(CkThreadPool* pool)
 
 WorkerThread::~WorkerThread() = default;
 
-void WorkerThread::onThreadStart()
-{
-    m_pool->considerIdleWorker(*this);
-}
-
 CkCheckReturn<bool, CkCheckReturnPolicyAssert> WorkerThread::processTasks()
 {
-    for (;;)
+    m_pool->considerIdleWorker(*this);
+    while (waitForTask())
     {
-        CkSmartPointer<CkTask> task = m_next ? std::move(m_next) : m_mailbox.Take();
-        if (!task)
-        {
-            if (m_pool->endWorker(*this))
-                return true;
-            if (std::exchange(m_isToLook, false))
-                m_pool->considerIdleWorker(*this);
-            continue;
-        }
-        try
-        {
-            task->Run();
-        }
-        catch (...)
-        {
-            // What the task's own handler of exceptions raises reaches nobody.
-        }
-        task.Reset();
+        runTask();
         m_pool->considerIdleWorker(*this);
+    }
+    return true;
+}
+
+/// Waits until there is a task; false when the thread is to end.
+bool WorkerThread::waitForTask() noexcept
+{
+    CkThreadPool::State& pool = *m_pool->m_state;
+    while (!m_task)
+    {
+        // In the child of a fork there is no thread left that would wake this one.
+        if (pool.IsForked())
+            return false;
+        m_task = m_mailbox.Take();
+        if (!m_task && !pool.ConsiderWokenWorker(*this))
+            return false;
+    }
+    return true;
+}
+
+/// Runs and releases the task, which holds its slot all the time: its hooks and its destructor may wait for other tasks.
+void WorkerThread::runTask() noexcept
+{
+    const CkSmartPointer<CkTask> task = std::move(m_task);
+    if (std::exchange(m_isDeclined, false))
+        return;
+    try
+    {
+        task->Run();
+    }
+    catch (...)
+    {
+        // What the task's own handler of exceptions raises reaches no caller.
+        tarvo::framework::discardException();
     }
 }
