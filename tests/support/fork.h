@@ -1,0 +1,34 @@
+#pragma once
+
+#if !defined(_WIN32)
+#    include <cstdlib>
+#    include <ctime>
+#    include <signal.h>
+#    include <sys/wait.h>
+#    include <unistd.h>
+#endif
+
+/// Runs `body` in a child of the process, which then exits with what it returns. That exit code, or -1 when the child was
+/// ended by force because it took 20 seconds. Where there is no `fork`, 0.
+template <class Body>
+int runInForkedChild([[maybe_unused]] Body body)
+{
+#if defined(_WIN32)
+    return 0;
+#else
+    const pid_t child = fork();
+    if (child == 0)
+        std::exit(body());
+    for (int tenths = 0; tenths < 200; ++tenths)
+    {
+        int status = 0;
+        if (waitpid(child, &status, WNOHANG) == child)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        const timespec tenth{0, 100'000'000};
+        nanosleep(&tenth, nullptr);
+    }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    return -1;
+#endif
+}
