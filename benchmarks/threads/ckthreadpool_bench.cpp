@@ -21,26 +21,46 @@ double secondsBetween(Clock::time_point begin, Clock::time_point end)
     return std::chrono::duration<double>(end - begin).count();
 }
 
-/// A million tasks that do nothing but count, shared out among `submitters` threads: from the first submission until
-/// all have run. A single submitter is also the one who waits.
-template <class Pool, int submitters>
-void runMillion(benchmark::State& state)
+/// Keeps its processor busy for a while.
+template <int microseconds>
+void work()
 {
-    constexpr std::size_t share = 1'000'000 / submitters;
+    if constexpr (microseconds != 0)
+    {
+        const Clock::time_point end = Clock::now() + std::chrono::microseconds(microseconds);
+        while (Clock::now() < end)
+        {
+        }
+    }
+}
+
+/// Tasks that work for a while and count, shared out among `submitters` threads: from the first submission until all
+/// have run. A single submitter is also the one who waits.
+template <class Pool, int microseconds>
+void runMany(benchmark::State& state, std::size_t submitters, std::size_t tasks)
+{
+    const std::size_t share = tasks / submitters;
     Countdown countdown;
     Pool pool;
     startWorkers(pool);
     const auto submitShare = [&]
     {
         for (std::size_t task = 0; task < share; ++task)
-            pool.Submit([&countdown] { countdown.Count(); });
+        {
+            pool.Submit(
+                [&countdown]
+                {
+                    work<microseconds>();
+                    countdown.Count();
+                });
+        }
     };
     for (auto _ : state)
     {
         countdown.Start(share * submitters);
         std::latch start(1);
         std::vector<std::jthread> others;
-        for (int other = 1; other < submitters; ++other)
+        for (std::size_t other = 1; other < submitters; ++other)
         {
             others.emplace_back(
                 [&]
@@ -57,6 +77,39 @@ void runMillion(benchmark::State& state)
         state.SetIterationTime(secondsBetween(begin, Clock::now()));
     }
 }
+
+/// The same for one pool beside the others, with the time of all processors beside the time that has passed.
+template <class Pool, int microseconds>
+void registerMany(const std::string& name, std::size_t submitters, std::size_t tasks)
+{
+    benchmark::RegisterBenchmark(name.c_str(), runMany<Pool, microseconds>, submitters, tasks)
+        ->Iterations(1)
+        ->MeasureProcessCPUTime()
+        ->UseManualTime();
+}
+
+template <int microseconds>
+void registerAll(const std::string& group, std::size_t submitters, std::size_t tasks)
+{
+    registerMany<TarvoPool, microseconds>(group + "/tarvo", submitters, tasks);
+    registerMany<QtPool, microseconds>(group + "/QThreadPool", submitters, tasks);
+    registerMany<AsioPool, microseconds>(group + "/boost::asio::thread_pool", submitters, tasks);
+    registerMany<TbbPool, microseconds>(group + "/tbb::task_arena", submitters, tasks);
+}
+
+/// A million tasks that do nothing else, and fewer that work, from 2, 4 and 16 threads.
+[[maybe_unused]] const bool areManyRegistered = []
+{
+    registerAll<0>("pool_million", 1, 1'000'000);
+    registerAll<0>("pool_million_eight_submitters", 8, 1'000'000);
+    for (const std::size_t submitters : {2, 4, 16})
+    {
+        const std::string suffix = "_" + std::to_string(submitters) + "_submitters";
+        registerAll<1>("pool_1us" + suffix, submitters, 96'000);
+        registerAll<10>("pool_10us" + suffix, submitters, 16'000);
+    }
+    return true;
+}();
 
 enum class Measured
 {
@@ -183,18 +236,6 @@ void waitTwoTasks(benchmark::State& state)
 }
 
 template <class Pool>
-void oneSubmitter(benchmark::State& state)
-{
-    runMillion<Pool, 1>(state);
-}
-
-template <class Pool>
-void eightSubmitters(benchmark::State& state)
-{
-    runMillion<Pool, 8>(state);
-}
-
-template <class Pool>
 void startAtOnce(benchmark::State& state)
 {
     runOne<Pool, Measured::start, 0>(state);
@@ -217,22 +258,6 @@ void endRested(benchmark::State& state)
 {
     runOne<Pool, Measured::end, 300>(state);
 }
-
-BENCHMARK(oneSubmitter<TarvoPool>)->Name("pool_million/tarvo")->Iterations(1)->UseManualTime();
-BENCHMARK(oneSubmitter<QtPool>)->Name("pool_million/QThreadPool")->Iterations(1)->UseManualTime();
-BENCHMARK(oneSubmitter<AsioPool>)->Name("pool_million/boost::asio::thread_pool")->Iterations(1)->UseManualTime();
-BENCHMARK(oneSubmitter<TbbPool>)->Name("pool_million/tbb::task_arena")->Iterations(1)->UseManualTime();
-
-BENCHMARK(eightSubmitters<TarvoPool>)->Name("pool_million_eight_submitters/tarvo")->Iterations(1)->UseManualTime();
-BENCHMARK(eightSubmitters<QtPool>)->Name("pool_million_eight_submitters/QThreadPool")->Iterations(1)->UseManualTime();
-BENCHMARK(eightSubmitters<AsioPool>)
-    ->Name("pool_million_eight_submitters/boost::asio::thread_pool")
-    ->Iterations(1)
-    ->UseManualTime();
-BENCHMARK(eightSubmitters<TbbPool>)
-    ->Name("pool_million_eight_submitters/tbb::task_arena")
-    ->Iterations(1)
-    ->UseManualTime();
 
 BENCHMARK(startAtOnce<TarvoPool>)->Name("pool_one_start/tarvo")->Iterations(5000)->UseManualTime();
 BENCHMARK(startAtOnce<QtPool>)->Name("pool_one_start/QThreadPool")->Iterations(5000)->UseManualTime();
