@@ -1,5 +1,6 @@
 #include <tarvo/library/unloadsequence.h>
 
+#include <tarvo/platform/framework/cexception.h>
 #include <tarvo/platform/kernel/unloading.h>
 #include <tarvo/threads/ckcriticalsection.h>
 
@@ -31,6 +32,7 @@ try
 }
 catch (...)
 {
+    framework::discardException();
     return nullptr;
 }
 } // namespace

@@ -3,6 +3,7 @@
 #include <tarvo/containers/ckarraymanaged.h>
 #include <tarvo/core/ckformat.h>
 #include <tarvo/core/ckloglistenermanager.h>
+#include <tarvo/platform/framework/cexception.h>
 #include <tarvo/threads/detail/eventregistry.h>
 
 #include <exception>
@@ -59,6 +60,7 @@ try
 }
 catch (...)
 {
+    tarvo::framework::discardException();
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return CkEvent::eWaitFailed;
 }

@@ -8,7 +8,6 @@
 #include <tarvo/threads/detail/threadpoolstate.h>
 #include <tarvo/threads/detail/workerthread.h>
 
-#include <new>
 #include <thread>
 
 template class CkSingleton<CkThreadPool>;
@@ -31,13 +30,14 @@ WorkerThread& threadOf(ScheduledWorker& worker) noexcept
     return static_cast<WorkerThread&>(worker);
 }
 
-/// Waits for the threads of the workers to end and deletes those that have ended in time. The rest stays in the list.
+/// Waits for the threads of the workers to end and deletes those that have ended in time. The rest stays in the list,
+/// and so does the worker whose thread calls this as it ends.
 void reap(WorkerList& workers, unsigned int timeoutMs)
 {
     for (unsigned int left = workers.GetCount(); left != 0; --left)
     {
         WorkerThread& worker = threadOf(*workers.TakeHead());
-        if (worker.WaitUntilTerminate(timeoutMs).GetValue())
+        if (!worker.IsCurrentThread() && worker.WaitUntilTerminate(timeoutMs).GetValue())
             delete &worker;
         else
             workers.AddTail(worker);
@@ -52,7 +52,8 @@ CkThreadPool::State::Guard::Guard(State& state) : m_state(state)
     LockOrder::Entered(lockRank);
 }
 
-CkThreadPool::State::Guard::Guard(State& state, tarvo::detail::BackOff& backOff) noexcept : m_state(state)
+CkThreadPool::State::Guard::Guard(State& state, tarvo::detail::BackOff& backOff, WorkerThread* worker) noexcept
+    : m_state(state), m_worker(worker)
 {
     if (!backOff.Enter([this] { return m_state.lock.TryEnter(); }))
         enterAtLast();
@@ -70,6 +71,8 @@ bool CkThreadPool::State::Guard::Leave() noexcept
         missing = m_state.scheduler.Provide();
         m_state.pool.updateIdleState();
         deferred.swap(m_state.deferred);
+        if (m_worker != nullptr && m_worker->m_task)
+            m_worker->m_deferred.swap(deferred);
     }
     leaveLock();
     bool started = true;
@@ -118,8 +121,9 @@ CkThreadPool::State::DeferredRelease::~DeferredRelease()
     {
         m_state.deferred.push_back(std::move(m_task));
     }
-    catch (const std::bad_alloc&)
+    catch (...)
     {
+        tarvo::framework::discardException();
     }
 }
 
@@ -135,7 +139,7 @@ bool CkThreadPool::State::Wake(ScheduledWorker& worker) noexcept
 
 bool CkThreadPool::State::ConsiderWokenWorker(WorkerThread& worker) noexcept
 {
-    const Guard guard(*this, worker.m_backOff);
+    const Guard guard(*this, worker.m_backOff, &worker);
     const Scheduler::Woken woken = scheduler.WakeUp(worker);
     if (woken == Scheduler::Woken::look)
         Look(worker);
@@ -158,6 +162,9 @@ CkThreadPool::EShutdownResult CkThreadPool::State::WaitUntilIdle(const Deadline&
     while (!IsForked())
     {
         Guard guard(*this);
+        // A hook that is called under the lock would wait for itself.
+        if (guard.IsNested())
+            return eShutdownTimeout;
         if (scheduler.IsIdle())
             return eShutdownDone;
         scheduler.RetryStart();
@@ -176,12 +183,13 @@ CkThreadPool::EShutdownResult CkThreadPool::State::WaitUntilIdle(const Deadline&
     return eShutdownInChild;
 }
 
-bool CkThreadPool::State::StopWorkers(Guard& guard, unsigned int maxWorkers)
+template <class AtEnd>
+bool CkThreadPool::State::StopWorkers(Guard& guard, unsigned int maxWorkers, AtEnd atEnd)
 {
     WorkerList lostBefore = std::exchange(lost, {});
     WorkerList stopped;
     WorkerList unreachable;
-    for (unsigned int count = scheduler.GetWorkerCount(); count > maxWorkers; --count)
+    for (unsigned int lasting = scheduler.GetLastingCount(); lasting > maxWorkers; --lasting)
     {
         ScheduledWorker* const worker = scheduler.TakeToStop();
         if (worker == nullptr)
@@ -189,15 +197,19 @@ bool CkThreadPool::State::StopWorkers(Guard& guard, unsigned int maxWorkers)
         (Wake(*worker) ? stopped : unreachable).AddTail(*worker);
     }
     const unsigned int count = stopped.GetCount();
+    const bool complete = unreachable.IsEmpty();
+    while (ScheduledWorker* const worker = unreachable.TakeHead())
+        scheduler.NotStopped(*worker);
     guard.Leave();
 
     reap(lostBefore, INFINITE);
     reap(stopped, INFINITE);
-    const Guard again(*this);
+    tarvo::detail::BackOff backOff;
+    const Guard again(*this, backOff);
+    while (ScheduledWorker* const worker = lostBefore.TakeHead())
+        lost.AddTail(*worker);
     scheduler.Stopped(count);
-    const bool complete = unreachable.IsEmpty();
-    while (ScheduledWorker* const worker = unreachable.TakeHead())
-        scheduler.NotStopped(*worker);
+    atEnd(complete);
     return complete;
 }
 
@@ -271,13 +283,15 @@ CkThreadPool::EShutdownResult CkThreadPool::Shutdown(unsigned int timeoutMs)
             return eShutdownDone;
         m_state->closed.fetch_or(State::stopping, std::memory_order_release);
         ++m_state->shutdowns;
-        const bool stopped = m_state->StopWorkers(guard, 0);
-        const State::Guard again(*m_state);
-        if (!stopped)
-            m_state->closed.fetch_or(State::failed, std::memory_order_release);
-        if (--m_state->shutdowns == 0)
-            m_state->closed.fetch_and(~State::stopping, std::memory_order_release);
-        return stopped ? eShutdownDone : eShutdownFailed;
+        // A thread that waits for the pool to be idle finds it open again.
+        const auto open = [this](bool complete)
+        {
+            if (!complete)
+                m_state->closed.fetch_or(State::failed, std::memory_order_release);
+            if (--m_state->shutdowns == 0)
+                m_state->closed.fetch_and(~State::stopping, std::memory_order_release);
+        };
+        return m_state->StopWorkers(guard, 0, open) ? eShutdownDone : eShutdownFailed;
     }
 }
 
@@ -288,7 +302,7 @@ bool CkThreadPool::TrimWorkers(unsigned int maxWorkers)
     State::Guard guard(*m_state);
     // A hook of a task, which is called under the lock, cannot wait for threads that need it.
     if (!guard.IsNested())
-        m_state->StopWorkers(guard, maxWorkers);
+        m_state->StopWorkers(guard, maxWorkers, [](bool) {});
     return getWorkerCount() <= maxWorkers;
 }
 
@@ -298,7 +312,7 @@ bool CkThreadPool::limitWorkerCount(unsigned int maxWorkers)
     {
         State::Guard guard(*m_state);
         if (m_state->scheduler.IsIdle())
-            return m_state->StopWorkers(guard, maxWorkers);
+            return m_state->StopWorkers(guard, maxWorkers, [](bool) {});
     }
     return false;
 }
@@ -319,7 +333,7 @@ void CkThreadPool::considerIdleWorker(WorkerThread& worker) noexcept
 {
     if (m_state->IsForked())
         return;
-    const State::Guard guard(*m_state, worker.m_backOff);
+    const State::Guard guard(*m_state, worker.m_backOff, &worker);
     m_state->Look(worker);
 }
 
@@ -342,7 +356,9 @@ bool CkThreadPool::createWorkerThread() noexcept
     }
     tarvo::detail::BackOff backOff;
     const State::Guard guard(*m_state, backOff);
-    m_state->scheduler.StartFailed();
+    // A thread that waits for the pool to be idle would wait for a worker that does not come: it tries by itself.
+    if (!m_state->scheduler.StartFailed())
+        m_state->idleEvent.Set();
     return false;
 }
 
@@ -356,4 +372,21 @@ void CkThreadPool::updateIdleState() noexcept
         m_state->idleEvent.Set();
     else
         m_state->idleEvent.Reset();
+}
+
+CkThreadPoolShutdown::~CkThreadPoolShutdown()
+{
+    auto result = CkThreadPool::eShutdownDone;
+    try
+    {
+        if (CkThreadPool* const pool = CkThreadPool::FindInstance())
+            result = pool->Shutdown(m_timeoutMs);
+    }
+    catch (...)
+    {
+        tarvo::framework::discardException();
+        result = CkThreadPool::eShutdownFailed;
+    }
+    if (m_result != nullptr)
+        *m_result = result;
 }

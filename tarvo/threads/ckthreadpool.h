@@ -26,13 +26,15 @@ extern template class TARVO_API CkSingleton<CkThreadPool>;
 /// submitter has a free slot, a worker is being started or was woken and has still to look for a task, except where a
 /// start that was needed was refused.
 /// Bound: between two shutdowns there are never more workers than processors times the most submitters that had tasks
-/// at once. Idle workers do not end by themselves; `TrimWorkers` ends them.
+/// at once. Workers that `TrimWorkers`, `limitWorkerCount` or `CkEvent::SetAll` has ended come on top until their threads
+/// are gone. Idle workers do not end by themselves; `TrimWorkers` ends them.
 ///
-/// Threads: every operation may be called from any thread. Takes its lock, and under it only what `CkTask::onAdd` and
-/// `doNotRun` take, which are called under it. Those may add tasks. A thread that adds a task runs only that task's
+/// Threads: every operation may be called from any thread. The pool has a lock, under which it calls `CkTask::onAdd` and
+/// `doNotRun` and takes no other one. These hooks may add tasks. A thread that adds a task runs only that task's
 /// hooks, destroys no other task, waits for no thread to end, and starts at most the one worker that the task needs.
 /// Blocking: `WaitUntilIdle` and `ShutdownAndWait` up to a time-out in milliseconds; 0xFFFFFFFF without limit, 0 only
-/// probes. A task that waits for the pool to be idle waits for itself. `AddTask` waits until a thread that it starts
+/// probes. A task that waits for the pool to be idle waits for itself, but a hook that is called under the lock is told
+/// at once that the pool is not. `AddTask` waits until a thread that it starts
 /// has begun.
 /// Lifetime: made on first use, with one worker per processor. Whoever unloads the library calls `ShutdownAndWait`
 /// first (see CkThreadPoolShutdown): workers that still run keep it loaded. A child that was made by `fork` after the
@@ -69,7 +71,7 @@ public:
     enum EShutdownResult
     {
         eShutdownDone,
-        eShutdownTimeout,  ///< The pool was not idle in time. Nothing has ended.
+        eShutdownTimeout,  ///< The pool was not idle in time, or a hook called under its lock asks. Nothing has ended.
         eShutdownNoWorker, ///< Tasks are queued, and no worker could be started for them. Nothing has ended.
         eShutdownFailed,   ///< A worker could not be stopped, and the pool is closed for good; or the wait failed.
         eShutdownInChild   ///< The process was forked after the pool was made.
@@ -148,13 +150,8 @@ public:
     CkThreadPoolShutdown(const CkThreadPoolShutdown&) = delete;
     CkThreadPoolShutdown& operator=(const CkThreadPoolShutdown&) = delete;
 
-    ~CkThreadPoolShutdown()
-    {
-        CkThreadPool* const pool = CkThreadPool::FindInstance();
-        const auto result = pool != nullptr ? pool->Shutdown(m_timeoutMs) : CkThreadPool::eShutdownDone;
-        if (m_result != nullptr)
-            *m_result = result;
-    }
+    /// Raises nothing: what the pool's lock raises counts as a failure.
+    TARVO_API ~CkThreadPoolShutdown();
 
 private:
     const unsigned int m_timeoutMs;

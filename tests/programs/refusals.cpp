@@ -104,6 +104,14 @@ int main()
     std::vector<std::thread> threads;
     for (unsigned int i = 0; i < submitters; ++i)
         threads.emplace_back([&] { submitFor(pool, std::chrono::milliseconds(1500)); });
+    // Waits without limit while starts are refused; must not wait for a worker that does not come.
+    std::atomic<bool> end{false};
+    std::thread waiter(
+        [&]
+        {
+            while (!end)
+                pool.WaitUntilIdle(INFINITE);
+        });
     for (int i = 0; i < 100; ++i)
     {
         // Ends the workers again and again, so that new ones are needed.
@@ -118,6 +126,8 @@ int main()
     }
     for (std::thread& thread : threads)
         thread.join();
+    end = true;
+    waiter.join();
     expect(pool.WaitUntilIdle(INFINITE), "the pool goes on when nothing is refused any more");
     expect(pool.Shutdown(INFINITE) == CkThreadPool::eShutdownDone, "the pool shuts down");
     std::printf("%u requests refused, %ld tasks accepted, %ld of them without a worker, %ld failed, %ld ran\n",

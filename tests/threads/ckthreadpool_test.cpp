@@ -391,7 +391,7 @@ TEST_F(CkThreadPoolTest, refuses_tasks_while_it_shuts_down_and_works_again_after
     EXPECT_EQ(Peer::WorkerCount(), 0u);
 }
 
-// What a thread that uses the pool is spared: it destroys no task of another, not even where its own brings them up.
+// A thread that submits tasks destroys none of another submitter.
 TEST_F(CkThreadPoolTest, releases_declined_tasks_on_workers_alone)
 {
     occupyAll();
@@ -431,7 +431,11 @@ TEST_F(CkThreadPoolTest, destroys_what_hooks_have_submitted_in_vain_without_its_
         [&] { EXPECT_THROW(submit(new OutsideOfLock({}, {}, raise)), int); },
         [&] { EXPECT_THROW(submit(new OutsideOfLock({}, raise)), int); },
         [&] { EXPECT_FALSE(submit(new OutsideOfLock({}, [] { return true; }))); },
-        [&] { EXPECT_FALSE(Peer::Pool().TrimWorkers(0)); }, // cannot wait for threads that need the lock
+        // A hook cannot wait for threads that need the lock.
+        [&] { EXPECT_FALSE(Peer::Pool().TrimWorkers(0)); },
+        [&] { EXPECT_FALSE(Peer::Pool().WaitUntilIdle(INFINITE)); },
+        [&] { EXPECT_EQ(Peer::Pool().Shutdown(INFINITE), CkThreadPool::eShutdownTimeout); },
+        [&] { EXPECT_FALSE(Peer::Limit(0)); },
     };
     for (const auto& attempt : attempts)
     {

@@ -2,6 +2,7 @@
 
 #include <tarvo/containers/ckmap.h>
 #include <tarvo/library/unloadsequence.h>
+#include <tarvo/platform/framework/cexception.h>
 #include <tarvo/threads/ckcriticalsection.h>
 
 #include <utility>
@@ -62,6 +63,7 @@ try
 catch (...)
 {
     // Without the lock the name is only left to lead to a record that is no more.
+    tarvo::framework::discardException();
 }
 
 CkRTTIRegistration::SRegistration CkRTTIRegistration::Find(const CString& name)

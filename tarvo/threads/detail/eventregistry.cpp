@@ -1,6 +1,7 @@
 #include <tarvo/threads/detail/eventregistry.h>
 
 #include <tarvo/library/unloadsequence.h>
+#include <tarvo/platform/framework/cexception.h>
 #include <tarvo/threads/detail/lockorder.h>
 
 #include <new>
@@ -67,7 +68,8 @@ try
 }
 catch (...)
 {
-    // The lock cannot be had, or left: there is nobody to tell.
+    // The lock cannot be had, or left; there is no caller that could do anything about it.
+    framework::discardException();
 }
 
 void EventRegistry::waitForSetAll() noexcept
@@ -78,5 +80,6 @@ try
 }
 catch (...)
 {
+    framework::discardException();
 }
 } // namespace tarvo::detail

@@ -98,6 +98,7 @@ bool Scheduler::deliver(Task& task, Submitter& submitter) noexcept
             return true;
         }
         lose(*worker);
+        m_wakeup.Wake(*worker); // It may hear that at least, and then ends.
     }
     return false;
 }
@@ -116,6 +117,9 @@ Scheduler::Task Scheduler::Look(Worker& worker) noexcept
 {
     if (worker.state == Worker::State::pending)
         --m_pending;
+    // This worker may take the task of another one that was refused a worker. So one refusal is forgotten each time, and
+    // a start is tried again.
+    m_refused -= m_refused != 0 ? 1 : 0;
     Submitter* submitter = std::exchange(worker.submitter, nullptr);
     if (submitter != nullptr && submitter->queued == 0)
     {
@@ -175,16 +179,17 @@ unsigned int Scheduler::Provide() noexcept
     return missing;
 }
 
-void Scheduler::StartFailed() noexcept
+bool Scheduler::StartFailed() noexcept
 {
     --m_pending;
     ++m_refused;
     countWorkers(-1);
+    return GetLastingCount() != 0;
 }
 
 void Scheduler::RetryStart() noexcept
 {
-    if (m_refused != 0 && GetWorkerCount() == m_stopped)
+    if (m_refused != 0 && GetLastingCount() == 0)
         --m_refused;
 }
 
@@ -307,7 +312,7 @@ void Scheduler::verify() const noexcept
         trap("a task of the pool can start, and no worker comes for it");
     if (GetWorkerCount() > m_pending + m_idle.GetCount() + m_stopped + running)
         trap("a worker of the pool runs no task, and is counted as if it did");
-    if (GetWorkerCount() - m_stopped > m_slots * m_mostSubmitters)
+    if (GetLastingCount() > m_slots * m_mostSubmitters)
         trap("the pool has more workers than its submitters may use");
 }
 } // namespace tarvo::detail

@@ -22,7 +22,7 @@ struct Submitter;
 /// | running | holds a slot: runs, asks or releases a task          | `Look`: running or idle                  |
 /// | idle    | sleeps; nothing could start when it looked           | a task: running; a wake-up: pending      |
 /// | stopped | was taken from the idle ones to be ended             | the end of its thread                    |
-/// | lost    | cannot be woken any more, or was woken by no one     | the end of its thread                    |
+/// | lost    | cannot be woken any more, or was not woken by the pool | the end of its thread                  |
 struct ScheduledWorker : IntrusiveLinks<ScheduledWorker>
 {
     enum class State : unsigned char
@@ -46,7 +46,7 @@ struct TaskHooks
 };
 
 /// The decisions of the thread pool: which task runs next, which worker runs it, and whether another worker is needed.
-/// It has no lock, no thread and no clock, so that a test can lead it through every order of events.
+/// It has no lock, no thread and no clock, so that a test can run it through every order of events.
 ///
 /// Each submitter has as many *slots* as the machine has processors: a task that runs takes one, and so do a task that
 /// is asked whether it runs at all, and one that has declined until it is released. A queued task can *start* when its
@@ -56,7 +56,7 @@ struct TaskHooks
 /// that can start, but for those for which a worker was needed and could not be started.
 /// Bound: a worker is started only when there are fewer than slots times submitters with tasks. For when none is idle,
 /// each worker is pending or holds a slot; pending ones are fewer than tasks that can start; and those need free slots.
-/// Workers that are being stopped come on top until their threads have ended.
+/// Workers that are stopped or lost come on top until their threads have ended.
 ///
 /// Threads: one at a time, which holds the pool's lock.
 /// Failure: memory that is missing is reported as a result. What the hooks of a task raise leaves `Add`, and the task
@@ -118,15 +118,15 @@ public:
     /// workers that are missing then: they are counted as pending, and the caller starts them.
     unsigned int Provide() noexcept;
 
-    /// A worker that was counted could not be started. The tasks that needed it wait for the next worker that looks.
-    void StartFailed() noexcept;
+    /// A worker that was counted could not be started. The task that needed it waits for the next worker that looks;
+    /// then a start is tried again. False when there is no worker left that will look.
+    bool StartFailed() noexcept;
 
-    /// Has `Provide` try again to start a worker for tasks that wait for one in vain; does nothing where a worker will
-    /// come to them.
+    /// Has `Provide` try again to start a worker where there is none that will look.
     void RetryStart() noexcept;
 
-    /// Called by a worker that was woken without a task. One that is idle was woken by no one who wants it
-    /// (`CkEvent::SetAll` does that), ends, and is not counted any more.
+    /// Called by a worker that was woken without a task. One that is idle was not woken by the pool (but by
+    /// `CkEvent::SetAll`); it ends, and is not counted any more.
     Woken WakeUp(Worker& worker) noexcept;
 
     /// Takes an idle worker to be stopped; null when none is idle. It stays counted until one of the next two.
@@ -139,6 +139,9 @@ public:
 
     /// The workers that exist or are being started. May be called without the lock.
     unsigned int GetWorkerCount() const noexcept { return m_workerCount.load(std::memory_order_relaxed); }
+
+    /// Those of them that are not being stopped.
+    unsigned int GetLastingCount() const noexcept { return GetWorkerCount() - m_stopped; }
 
     unsigned int GetSubmitterCount() const noexcept { return m_submitters.GetCount(); }
 

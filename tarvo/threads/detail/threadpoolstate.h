@@ -40,9 +40,11 @@ struct CkThreadPool::State final : tarvo::detail::Scheduler::Wakeup
 
     EShutdownResult WaitUntilIdle(const tarvo::detail::Deadline& deadline);
 
-    /// Ends idle workers until there are at most `maxWorkers` or none is idle; false when one of them did not end.
-    /// Leaves the lock. The workers stay counted until they have ended, so that the pool is not idle before.
-    bool StopWorkers(Guard& guard, unsigned int maxWorkers);
+    /// Ends idle workers until there are at most `maxWorkers` or none is idle; false when one of them cannot be reached.
+    /// Leaves the lock, and runs `atEnd(complete)` under it when they have ended. The workers stay counted until then,
+    /// so that the pool is not idle before.
+    template <class AtEnd>
+    bool StopWorkers(Guard& guard, unsigned int maxWorkers, AtEnd atEnd);
 
     CkThreadPool& pool;
     std::atomic<unsigned int> closed{0}; ///< Also read without the lock.
@@ -71,8 +73,9 @@ public:
     /// Raises what the lock raises.
     explicit Guard(State& state);
 
-    /// For a worker, which cannot do without the lock: where the kernel refuses it, the worker tries again.
-    Guard(State& state, tarvo::detail::BackOff& backOff) noexcept;
+    /// For a thread that cannot do without the lock: where the kernel refuses it, the thread tries again. Tasks that are
+    /// deferred are left to `worker` if it has a task: it runs that first.
+    Guard(State& state, tarvo::detail::BackOff& backOff, WorkerThread* worker = nullptr) noexcept;
 
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
@@ -89,6 +92,7 @@ private:
     void leaveLock() noexcept;
 
     State& m_state;
+    WorkerThread* const m_worker = nullptr;
     bool m_left = false;
 };
 

@@ -38,6 +38,7 @@ WorkerThread::~WorkerThread() = default;
 
 CkCheckReturn<bool, CkCheckReturnPolicyAssert> WorkerThread::processTasks()
 {
+    m_id = GetCurrentThreadId();
     m_pool->considerIdleWorker(*this);
     while (waitForTask())
     {
@@ -66,6 +67,7 @@ bool WorkerThread::waitForTask() noexcept
 /// Runs and releases the task, which holds its slot all the time: its hooks and its destructor may wait for other tasks.
 void WorkerThread::runTask() noexcept
 {
+    const std::vector<CkSmartPointer<CkTask>> deferred = std::move(m_deferred);
     const CkSmartPointer<CkTask> task = std::move(m_task);
     if (std::exchange(m_isDeclined, false))
         return;

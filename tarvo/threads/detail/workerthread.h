@@ -6,6 +6,7 @@
 #include <tarvo/threads/detail/scheduler.h>
 
 #include <atomic>
+#include <vector>
 
 /// Hands tasks from the pool to a worker, one at a time.
 ///
@@ -33,7 +34,7 @@ private:
     CkEvent m_full{false}; ///< There is a delivery.
     CkSmartPointer<CkTask> m_slot;
 
-    /// Whose the slot is: the taker's when set. The events alone cannot tell, as `CkEvent::SetAll` sets them, too.
+    /// The slot belongs to the taker while this is set. The events cannot tell, as `CkEvent::SetAll` sets them, too.
     std::atomic<bool> m_isFilled{false};
 };
 
@@ -47,6 +48,8 @@ public:
     explicit WorkerThread(CkThreadPool* pool);
     ~WorkerThread() override;
 
+    bool IsCurrentThread() const noexcept { return m_id == GetCurrentThreadId(); }
+
 private:
     friend class CkThreadPool;
     friend struct WorkerThreadPeer;
@@ -56,8 +59,10 @@ private:
     void runTask() noexcept;
 
     CkThreadPool* const m_pool;
-    CkSmartPointer<CkTask> m_task; ///< Found or delivered, and still to be run or released.
-    bool m_isDeclined = false;     ///< The task is only to be released.
+    CkSmartPointer<CkTask> m_task;                  ///< Found or delivered, and still to be run or released.
+    bool m_isDeclined = false;                      ///< The task is only to be released.
+    std::vector<CkSmartPointer<CkTask>> m_deferred; ///< What the task has submitted in vain; released after it.
+    ULONG m_id = 0;                                 ///< Set by the thread.
     tarvo::detail::BackOff m_backOff;
     TaskMailbox m_mailbox;
 };
