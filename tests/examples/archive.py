@@ -1,10 +1,12 @@
 """Tests tarvo-archive: archive.py [--thorough] PROGRAM [ARGUMENT...]
 
-Archives are made and read here as well as by the program, see archiveformat.py. Everything happens in a folder of its
+Archives are made and read here as well as by the program, see archiveformat.py; those of earlier versions lie in
+tests/fixtures. Everything happens in a folder of its
 own and under relative names, as the program may see the folder under another path.
 """
 
 import contextlib
+import gzip
 import os
 import pathlib
 import re
@@ -24,6 +26,8 @@ import archiveformat as form
 PROGRAM = []
 THOROUGH = False  # every value of every byte, and how much memory is taken: not with sanitizers, not through Wine
 WINDOWS = False
+
+FIXTURES = pathlib.Path(__file__).resolve().parents[1] / "fixtures"
 
 DONE, FAILED, DAMAGED, INTERRUPTED = 0, 1, 2, 130
 
@@ -111,6 +115,52 @@ def test_archives_go_there_and_back():
     assert [entry.path for entry in entries("packed.tva")] == ["out/" + entry.path for entry in PLAIN]
     run("pack", "../packed.tva", ".", cwd="out")
     assert pathlib.Path("packed.tva").read_bytes() == data
+
+
+# What tests/fixtures holds of each version.
+STORED = [
+    form.folder("tree", time=TIME),
+    form.file("tree/a", b"a", time=TIME + 10**9),
+    form.folder("tree/b", time=TIME),
+    form.file("tree/b/empty", b"", time=TIME),
+    form.file("tree/b/run", b"#!", 0o755, -TIME),
+    form.link("tree/link", "b/run", time=TIME),
+    form.folder("tree/none", 0o700, TIME),
+    form.file("tree/repeated", b"\xa5" * 1500, time=TIME),
+    form.folder("tree/\u0436", time=TIME),
+    form.file("tree/\u0436/\u65e5\u672c\u8a9e", b"x" * 300, 0o600, TIME),
+    form.file("tree/\u0436/\U0001f600", b"astral", 0o444, TIME),
+]
+STORED_LARGE = [form.file("large", bytes((2 << 20) + 5), time=TIME)]
+
+
+def expect_unpacked(entry, path):
+    status = path.lstat()
+    if entry.kind == "ArchiveLink":
+        assert os.readlink(path) == entry.target and status.st_mtime_ns == entry.time, entry
+        return
+    assert path.is_dir() == (entry.kind == "ArchiveFolder"), entry
+    assert path.is_dir() or path.read_bytes() == entry.contents, entry
+    # What the system below Wine can't keep: permissions, and times before 1970.
+    assert WINDOWS or stat.S_IMODE(status.st_mode) == entry.permissions, entry
+    assert status.st_mtime_ns == entry.time or (WINDOWS and entry.time < 0), entry
+
+
+def test_archives_of_every_version_are_read():
+    versions = sorted(path.parent for path in FIXTURES.glob("*/archive.tva"))
+    assert versions and versions[0].name == "0.1", versions
+    for version in versions:
+        for name, data, stored in [
+                ("archive.tva", (version / "archive.tva").read_bytes(), STORED),
+                ("large.tva", gzip.decompress((version / "large.tva.gz").read_bytes()), STORED_LARGE)]:
+            assert form.read(data) == stored, (version, name)
+            write(name, data)
+            run("verify", name)
+            run("unpack", name, version.name)
+            for entry in stored:
+                path = pathlib.Path(version.name) / entry.path
+                if entry.kind != "ArchiveLink" or not WINDOWS:
+                    expect_unpacked(entry, path)
 
 
 def test_list_shows_what_is_there():

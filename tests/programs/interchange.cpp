@@ -1,15 +1,19 @@
 // Exchanges stored values with interchange.py, which knows the format only from its description:
-// `write FILE` stores the values that the script expects, `read FILE` expects those that the script stores.
+// `write FILE` stores the values that the script expects, `read FILE` expects those that the script stores. `store FILE`
+// stores what tests/fixtures keeps of each version, `restore FILE` expects it, `describe FILE` writes descriptions.
 
 #include <tarvo/tarvo.h>
 
 #include <support/memorystreams.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <limits>
+#include <string>
+#include <vector>
 
 namespace
 {
@@ -161,22 +165,287 @@ void read(MemoryReader& reader)
     expect(reader.Rest() == 0, "the end", reader.position);
 }
 
-int writeFile(const char* path)
+/// A client's class: a text, and objects of any class, each behind the name of its class.
+class Branch : public CkISerializable
 {
-    MemoryWriter writer;
-    write(writer);
+public:
+    using Part = CkSmartPointer<CkISerializable>;
+
+    Branch() = default;
+    Branch(const WCHAR* text, std::initializer_list<Part> parts) : m_text(text), m_parts(parts) {}
+
+    static const CkRTTI RTTI;
+    const CkRTTI& GetRTTI() const override { return RTTI; }
+    static Branch* Create() { return new Branch; }
+
+    void Serialize(CkStreamWriteBinary& stream) const override
+    {
+        stream.WriteVersion(version);
+        stream << m_text << static_cast<unsigned int>(m_parts.size());
+        for (const Part& part : m_parts)
+            writeObject(stream, *part);
+    }
+
+    void Serialize(CkStreamReadBinary& stream) override
+    {
+        stream.ReadAndCompareVersion(version);
+        unsigned int count = 0;
+        stream >> m_text >> count;
+        for (m_parts.clear(); count != 0; --count)
+        {
+            CString name;
+            stream >> name;
+            const Part part = CkISerializable::CreateByName(name);
+            if (!part)
+                throw CkExceptionStream(CK_SOURCE_FILE, __LINE__);
+            part->Serialize(stream);
+            m_parts.push_back(part);
+        }
+    }
+
+private:
+    static constexpr unsigned int version = 1;
+
+    CString m_text;
+    std::vector<Part> m_parts;
+};
+
+const CkRTTI Branch::RTTI(CK_T("Branch"), CkISerializable::RTTI, &CreateByFactory<Branch>, nullptr);
+
+/// Stores what it is given.
+class Storing
+{
+public:
+    explicit Storing(CkStreamWriteBinary& stream) : m_stream(stream) {}
+
+    template <class T>
+    void Value(T value)
+    {
+        m_stream << value;
+    }
+
+    template <class W, class T>
+    void Object(const T& value)
+    {
+        writeObject(m_stream, W(value));
+    }
+
+    template <int N, class T>
+    void Elements(std::initializer_list<T> elements)
+    {
+        Array<T, N> array;
+        for (const T element : elements)
+            array.AddTail(element);
+        array.Serialize(m_stream);
+    }
+
+    void Tree(const Branch& branch) { writeObject(m_stream, branch); }
+
+private:
+    CkStreamWriteBinary& m_stream;
+};
+
+/// Expects that what it is given has been stored.
+class Restoring
+{
+public:
+    explicit Restoring(MemoryReader& reader) : m_reader(reader) {}
+
+    template <class T>
+    void Value(T expected)
+    {
+        T value{};
+        m_reader >> value;
+        expect(value == expected, "a value", m_reader.position);
+    }
+
+    template <class W, class T>
+    void Object(const T& expected)
+    {
+        expectObject<W>(m_reader, expected);
+    }
+
+    template <int N, class T>
+    void Elements(std::initializer_list<T> elements)
+    {
+        Array<T, N> array;
+        array.Serialize(m_reader);
+        expect(std::equal(array.begin(), array.end(), elements.begin(), elements.end()), "an array", m_reader.position);
+    }
+
+    void Tree(const Branch& expected)
+    {
+        CString name;
+        m_reader >> name;
+        const Branch::Part found = CkISerializable::CreateByName(name);
+        expect(found && found->Is(Branch::RTTI), "the name of a class", m_reader.position);
+        if (!found)
+            return;
+        found->Serialize(m_reader);
+        MemoryWriter left;
+        MemoryWriter right;
+        found->Serialize(left);
+        expected.Serialize(right);
+        expect(left.bytes == right.bytes, "a tree", m_reader.position);
+    }
+
+private:
+    MemoryReader& m_reader;
+};
+
+template <class T>
+using Limits = std::numeric_limits<T>;
+
+template <class T, class Exchange>
+void exchangeValues(Exchange& exchange)
+{
+    for (const T value : {Limits<T>::lowest(), T{0}, T{1}, Limits<T>::max()})
+        exchange.Value(value);
+}
+
+template <class W, class T, class Exchange>
+void exchangeObjects(Exchange& exchange)
+{
+    for (const T value : {Limits<T>::lowest(), T{0}, T{1}, Limits<T>::max()})
+        exchange.template Object<W>(value);
+}
+
+template <class W, class T, class Exchange>
+void exchangeSpecialNumbers(Exchange& exchange)
+{
+    for (const T value : {-T{0}, Limits<T>::min(), Limits<T>::denorm_min(), -Limits<T>::infinity()})
+        exchange.template Object<W>(value);
+}
+
+/// What tests/fixtures/0.1/records.bin holds. It stays as it is: what a later version adds goes into a file of its own.
+template <class Exchange>
+void exchangeFixture(Exchange exchange)
+{
+    exchangeValues<bool>(exchange);
+    exchangeValues<signed char>(exchange);
+    exchangeValues<unsigned char>(exchange);
+    exchangeValues<char>(exchange);
+    exchangeValues<short>(exchange);
+    exchangeValues<unsigned short>(exchange);
+    exchangeValues<int>(exchange);
+    exchangeValues<unsigned int>(exchange);
+    exchangeValues<LONG>(exchange);
+    exchangeValues<ULONG>(exchange);
+    exchangeValues<__int64>(exchange);
+    exchangeValues<unsigned __int64>(exchange);
+    exchangeValues<float>(exchange);
+    exchangeValues<double>(exchange);
+
+    exchangeObjects<CkBool, bool>(exchange);
+    exchangeObjects<CkInt8, signed char>(exchange);
+    exchangeObjects<CkInt16, short>(exchange);
+    exchangeObjects<CkInt32, int>(exchange);
+    exchangeObjects<CkLong, LONG>(exchange);
+    exchangeObjects<CkInt64, __int64>(exchange);
+    exchangeObjects<CkUInt8, unsigned char>(exchange);
+    exchangeObjects<CkUInt16, unsigned short>(exchange);
+    exchangeObjects<CkUInt32, unsigned int>(exchange);
+    exchangeObjects<CkULong, ULONG>(exchange);
+    exchangeObjects<CkUInt64, unsigned __int64>(exchange);
+    exchangeObjects<CkFloat32, float>(exchange);
+    exchangeObjects<CkFloat64, double>(exchange);
+    exchangeObjects<CkChar, char>(exchange);
+    exchangeSpecialNumbers<CkFloat32, float>(exchange);
+    exchangeSpecialNumbers<CkFloat64, double>(exchange);
+
+    for (const int length : {0, 1, 254, 255, 256})
+        exchange.template Object<CkString>(textOf(length));
+    exchange.template Object<CkString>(CString("narrow"));
+    exchange.template Object<CkString>(CString(CK_T("\u00e4 \u65e5\u672c\u8a9e \U0001f600")));
+    exchange.Value(CString(CK_T("\u0436")));
+
+    exchange.template Elements<0, unsigned char>({});
+    exchange.template Elements<0, unsigned char>({0, 127, 128, 255});
+    exchange.template Elements<1, short>({-32768, -1, 0, 32767});
+    exchange.template Elements<0, int>({Limits<int>::min(), 0, Limits<int>::max()});
+    exchange.template Elements<1, unsigned __int64>({0, Limits<unsigned __int64>::max()});
+    exchange.template Elements<0, double>({-0.15625, Limits<double>::max()});
+
+    exchange.Tree(Branch(
+        CK_T("root"), {new CkInt16(-2), new Branch(CK_T(""), {}),
+                       new Branch(CK_T("inner \u0436"), {new CkString(CString("leaf")), new CkFloat64(-0.15625),
+                                                         new Branch(CK_T("innermost"), {new CkBool(true)})})}));
+}
+
+template <class T>
+void describeNumbers(CkStreamWriteASCII& stream)
+{
+    for (const T value : {Limits<T>::lowest(), T{0}, T{1}, Limits<T>::max()})
+        stream << value << CK_T(" ");
+    stream << CK_T("\n");
+}
+
+CString describe()
+{
+    CkStreamWriteASCIIString stream;
+    describeNumbers<bool>(stream);
+    describeNumbers<signed char>(stream);
+    describeNumbers<unsigned char>(stream);
+    describeNumbers<char>(stream);
+    describeNumbers<short>(stream);
+    describeNumbers<unsigned short>(stream);
+    describeNumbers<int>(stream);
+    describeNumbers<unsigned int>(stream);
+    describeNumbers<__int64>(stream);
+    describeNumbers<unsigned __int64>(stream);
+    describeNumbers<float>(stream);
+    for (const double value : {-0.0, 0.1, -0.15625, 1e20, Limits<double>::infinity(), -Limits<double>::infinity()})
+        stream << value << CK_T(" ");
+    stream.WriteAddress(nullptr);
+    stream << CK_T("\n");
+
+    Array<int, 0> numbers;
+    for (const int number : {-1, 0, 1})
+        numbers.AddTail(number);
+    numbers.Dump(stream);
+    stream << CK_T(" \u65e5\u672c \U0001f600\n");
+
+    const CkExceptionStream first(CK_T("app\\a"), 1);
+    const CkExceptionOutOfMemory second(CK_T("app\\b"), 2, first);
+    const CkException third(CK_T("folder\\stem"), 4294967295u, second);
+    third.Dump(stream);
+    stream << CkException(CK_T("x"), 3, std::bad_alloc()).GetErrorCode() << CK_T(" ") << third.GetErrorCode()
+           << CK_T("\n");
+    return *stream;
+}
+
+int writeFile(const char* path, const std::string& data)
+{
     std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(writer.bytes.data()), static_cast<std::streamsize>(writer.bytes.size()));
+    file.write(data.data(), static_cast<std::streamsize>(data.size()));
     return file.flush() ? 0 : 2;
 }
 
-int readFile(const char* path)
+std::string stored(void (*store)(CkStreamWriteBinary&))
+{
+    MemoryWriter writer;
+    store(writer);
+    return std::string(writer.bytes.begin(), writer.bytes.end());
+}
+
+void store(CkStreamWriteBinary& stream)
+{
+    exchangeFixture(Storing(stream));
+}
+
+void restore(MemoryReader& reader)
+{
+    exchangeFixture(Restoring(reader));
+    expect(reader.Rest() == 0, "the end", reader.position);
+}
+
+int readFile(const char* path, void (*restore)(MemoryReader&))
 {
     std::ifstream file(path, std::ios::binary);
     MemoryReader reader(Bytes(std::istreambuf_iterator<char>(file), {}));
     try
     {
-        read(reader);
+        restore(reader);
     }
     catch (const CkException& exception)
     {
@@ -189,9 +458,16 @@ int readFile(const char* path)
 
 int main(int argc, char** argv)
 {
-    if (argc == 3 && std::strcmp(argv[1], "write") == 0)
-        return writeFile(argv[2]);
-    if (argc == 3 && std::strcmp(argv[1], "read") == 0)
-        return readFile(argv[2]);
+    const std::string command(argc == 3 ? argv[1] : "");
+    if (command == "write")
+        return writeFile(argv[2], stored(&write));
+    if (command == "read")
+        return readFile(argv[2], &read);
+    if (command == "store")
+        return writeFile(argv[2], stored(&store));
+    if (command == "restore")
+        return readFile(argv[2], &restore);
+    if (command == "describe")
+        return writeFile(argv[2], describe().ToUtf8());
     return 3;
 }

@@ -3,15 +3,18 @@
 Decodes what the program stores and encodes values for it to read. This is the format as it is described, without a line
 of the library: numbers are little-endian without tags or padding, float and double IEEE 754, a text is a header and its
 UTF-16 units, an object here the name of its class and its value, and an array a mark, a version, a count, the width of
-an element and the elements.
+an element and the elements. What tests/fixtures holds of each version is read by both.
 """
 
 import math
 import pathlib
+import shutil
 import struct
 import subprocess
 import sys
 import tempfile
+
+FIXTURES = pathlib.Path(__file__).resolve().parents[1] / "fixtures"
 
 # The struct code of each class that holds a number.
 NUMBERS = {
@@ -60,16 +63,23 @@ class Reader:
     def text(self):
         return [self.number("H") for _ in range(self.text_length())]
 
+    def name(self):
+        return "".join(map(chr, self.text()))
+
     def object(self):
-        name = "".join(map(chr, self.text()))
+        name = self.name()
+        if name == "Branch":
+            assert self.number("I") == 1, "version"
+            text, count = self.text(), self.number("I")
+            return name, text, [self.object() for _ in range(count)]
         return name, self.text() if name == "CkString" else self.number(NUMBERS[name])
 
-    def array(self, width):
+    def array(self, width, code=None):
         assert self.number("I") == 0xFFFFFFFF, "no mark"
         assert self.number("I") == 1, "version"
         count = self.number("I")
         assert self.number("I") == width, "width"
-        return [self.number({1: "B", 2: "H", 4: "I", 8: "Q"}[width]) for _ in range(count)]
+        return [self.number(code or {1: "B", 2: "H", 4: "I", 8: "Q"}[width]) for _ in range(count)]
 
 
 def check(data):
@@ -87,6 +97,62 @@ def check(data):
     for width, count in [(1, 0), (1, 300), (1, 3), (2, 5), (2, 5), (4, 7), (4, 7), (8, 9), (8, 0)]:
         found = reader.array(width)
         assert found == [element(i, width, 1) for i in range(count)], f"array before byte {reader.position}"
+    assert reader.position == len(data), "more than expected"
+
+
+# The least, the greatest, and for floats the least of normal size and the least at all, as bytes.
+FLOATS = {
+    "f": ["ffff7fff", "ffff7f7f", "00008000", "01000000", "00000080", "000080ff"],
+    "d": ["ffffffffffffefff", "ffffffffffffef7f", "0000000000001000", "0100000000000000", "0000000000000080",
+          "000000000000f0ff"],
+}
+
+
+def extremes(code):
+    """What is stored of each type: the least, 0, 1 and the greatest."""
+    if code == "?":
+        return [0, 0, 1, 1]
+    if code in FLOATS:
+        least, greatest = (struct.unpack("<" + code, bytes.fromhex(number))[0] for number in FLOATS[code][:2])
+        return [least, 0.0, 1.0, greatest]
+    bits = 8 * struct.calcsize("<" + code)
+    return [0, 0, 1, 2**bits - 1] if code.isupper() else [-2**(bits - 1), 0, 1, 2**(bits - 1) - 1]
+
+
+def utf16(value):
+    data = value.encode("utf-16-le")
+    return list(struct.unpack(f"<{len(data) // 2}H", data))
+
+
+def check_fixture(data):
+    """The values that the program stores for later versions."""
+    reader = Reader(data)
+    for code in "?bBbhHiIiIqQfd":
+        assert [reader.number(code) for _ in range(4)] == extremes(code), f"values before byte {reader.position}"
+    for name, code in [("CkBool", "?"), ("CkInt8", "b"), ("CkInt16", "h"), ("CkInt32", "i"), ("CkLong", "i"),
+                       ("CkInt64", "q"), ("CkUInt8", "B"), ("CkUInt16", "H"), ("CkUInt32", "I"), ("CkULong", "I"),
+                       ("CkUInt64", "Q"), ("CkFloat32", "f"), ("CkFloat64", "d"), ("CkChar", "b")]:
+        expected = [value % 256 if name == "CkChar" else value for value in extremes(code)]
+        assert [reader.object() for _ in range(4)] == [(name, value) for value in expected], name
+    for name, code in ("CkFloat32", "f"), ("CkFloat64", "d"):
+        size = struct.calcsize("<" + code)
+        for number in (FLOATS[code][i] for i in (4, 2, 3, 5)):
+            assert reader.name() == name
+            reader.position += size
+            assert data[reader.position - size:reader.position].hex() == number, f"before byte {reader.position}"
+    for length in 0, 1, 254, 255, 256:
+        assert reader.object() == ("CkString", text_of(length)), f"text of {length}"
+    assert reader.object() == ("CkString", utf16("narrow"))
+    assert reader.object() == ("CkString", utf16("\u00e4 \u65e5\u672c\u8a9e \U0001f600"))
+    assert reader.text() == utf16("\u0436")
+    for width, code, expected in [
+            (1, "B", []), (1, "B", [0, 127, 128, 255]), (2, "h", [-32768, -1, 0, 32767]),
+            (4, "i", [-2**31, 0, 2**31 - 1]), (8, "Q", [0, 2**64 - 1]), (8, "d", [-0.15625, sys.float_info.max])]:
+        assert reader.array(width, code) == expected, f"array before byte {reader.position}"
+    assert reader.object() == ("Branch", utf16("root"), [
+        ("CkInt16", -2), ("Branch", [], []),
+        ("Branch", utf16("inner \u0436"), [("CkString", utf16("leaf")), ("CkFloat64", -0.15625),
+                                           ("Branch", utf16("innermost"), [("CkBool", 1)])])])
     assert reader.position == len(data), "more than expected"
 
 
@@ -143,6 +209,15 @@ def main(program):
         check((pathlib.Path(folder) / "program.bin").read_bytes())
         (pathlib.Path(folder) / "script.bin").write_bytes(make())
         subprocess.run(program + ["read", "script.bin"], cwd=folder, check=True)
+        versions = sorted(path.parent for path in FIXTURES.glob("*/records.bin"))
+        assert versions and versions[0].name == "0.1", versions
+        for version in versions:
+            check_fixture((version / "records.bin").read_bytes())
+            shutil.copy(version / "records.bin", folder)
+            subprocess.run(program + ["restore", "records.bin"], cwd=folder, check=True)
+            subprocess.run(program + ["describe", "described.txt"], cwd=folder, check=True)
+            described = (pathlib.Path(folder) / "described.txt").read_text(encoding="utf-8")
+            assert described == (version / "descriptions.txt").read_text(encoding="utf-8"), described
 
 
 main(sys.argv[1:])
