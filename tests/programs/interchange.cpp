@@ -366,10 +366,10 @@ void exchangeFixture(Exchange exchange)
     exchange.template Elements<1, unsigned __int64>({0, Limits<unsigned __int64>::max()});
     exchange.template Elements<0, double>({-0.15625, Limits<double>::max()});
 
-    exchange.Tree(Branch(
-        CK_T("root"), {new CkInt16(-2), new Branch(CK_T(""), {}),
-                       new Branch(CK_T("inner \u0436"), {new CkString(CString("leaf")), new CkFloat64(-0.15625),
-                                                         new Branch(CK_T("innermost"), {new CkBool(true)})})}));
+    exchange.Tree(
+        Branch(CK_T("root"), {new CkInt16(-2), new Branch(CK_T(""), {}),
+                              new Branch(CK_T("inner \u0436"), {new CkString(CString("leaf")), new CkFloat64(-0.15625),
+                                                                new Branch(CK_T("innermost"), {new CkBool(true)})})}));
 }
 
 template <class T>
