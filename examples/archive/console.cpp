@@ -34,6 +34,7 @@ void note(const CString& text)
     const CkCriticalSectionAuto guard(g_lock);
     clearStatus();
     std::fputs(line.c_str(), stderr);
+    std::fflush(stderr); // Wine buffers it where it leads to a pipe
 }
 
 void print(const std::string& line)
