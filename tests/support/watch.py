@@ -133,7 +133,7 @@ def end(root):
 
 
 def why_no_progress(times, idle, limit):
-    if idle > IDLE_SECONDS:
+    if idle >= IDLE_SECONDS:
         return f"No process has used the processor for {IDLE_SECONDS} s"
     if max(times.values(), default=0) > limit:
         return f"A process has used more than {limit} s of the processor"
@@ -145,14 +145,14 @@ def run(command, limit=PROCESSOR_SECONDS, **options):
     # What loses its parent becomes a child of this process, and can be found.
     LIBC.prctl(SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     started = subprocess.Popen(command, **options)
-    times, changed = {}, time.monotonic()
+    times, idle = {}, 0
     while True:
+        # Seconds are counted here, not by a clock, which goes on while the whole machine stands still.
         with contextlib.suppress(subprocess.TimeoutExpired):
             return started.wait(timeout=1)
         before, times = times, processes_of(started.pid)
-        if times != before:
-            changed = time.monotonic()
-        if why := why_no_progress(times, time.monotonic() - changed, limit):
+        idle = 0 if times != before else idle + 1
+        if why := why_no_progress(times, idle, limit):
             text, files = describe(started.pid)
             started.kill()
             end(os.getpid())
