@@ -1,8 +1,8 @@
-"""Runs a command and ends it when it makes no progress: watch.py [--processor SECONDS] COMMAND [ARGUMENT...]
+"""Runs a command and ends it when it makes no progress: watch.py COMMAND [ARGUMENT...]
 
 A command makes no progress when none of its processes has used the processor for half a minute, or when one of them has
-used more processor time than it may. A loaded machine makes neither happen sooner. Before the command is ended, each of
-its threads is shown with the file that its code comes from.
+used twenty seconds of it and neither read nor written anything nor started or ended a thread. A loaded machine makes
+neither happen sooner. Before the command is ended, each of its threads is shown with the file that its code comes from.
 
 What Wine itself has to say of Windows programs is kept apart from their output, and shown when the command fails; see
 scripts/run-wine.
@@ -12,6 +12,7 @@ import contextlib
 import ctypes
 import os
 import pathlib
+import re
 import signal
 import subprocess
 import sys
@@ -19,8 +20,8 @@ import tempfile
 import time
 
 IDLE_SECONDS = 30
-PROCESSOR_SECONDS = 60
-ENDING_SECONDS = 20  # of processor time; it takes less than one
+SPINNING_SECONDS = 20  # of processor time
+ENDING_SECONDS = 8  # the same where a program should have ended at once
 SKIPPED = 77
 NO_PROGRESS = 124  # as of timeout(1)
 
@@ -132,27 +133,50 @@ def end(root):
         time.sleep(0.01)
 
 
-def why_no_progress(times, idle, limit):
-    if idle >= IDLE_SECONDS:
-        return f"No process has used the processor for {IDLE_SECONDS} s"
-    if max(times.values(), default=0) > limit:
-        return f"A process has used more than {limit} s of the processor"
+def work_of(process):
+    """What changes when a process does more than to compute: its threads, and how often it has read and written."""
+    with contextlib.suppress(OSError):
+        counts = re.findall(r"^sysc[rw]: (\d+)$", pathlib.Path(f"/proc/{process}/io").read_text(), re.MULTILINE)
+        return sorted(os.listdir(f"/proc/{process}/task")), counts
     return None
 
 
-def run(command, limit=PROCESSOR_SECONDS, **options):
+class Progress:
+    """What the processes of a command were seen to do."""
+
+    def __init__(self, root, limit):
+        self.root = root
+        self.limit = limit
+        self.times = {}
+        self.idle = 0  # looks without a change
+        self.work = {}  # what each process was seen to do last, and its processor time then
+
+    def look(self):
+        """Why there is no progress; None where there is some."""
+        before, self.times = self.times, processes_of(self.root)
+        self.idle = 0 if self.times != before else self.idle + 1
+        if self.idle >= IDLE_SECONDS:
+            return f"No process has used the processor for {IDLE_SECONDS} s"
+        for process, seconds in self.times.items():
+            work = work_of(process)
+            if process not in self.work or self.work[process][0] != work:
+                self.work[process] = work, seconds
+            elif seconds - self.work[process][1] > self.limit:
+                return f"Process {process} has used {self.limit} s of the processor for nothing that can be seen"
+        return None
+
+
+def run(command, limit=SPINNING_SECONDS, **options):
     """Runs a command and returns its exit code; raises NoProgress when it makes none."""
     # What loses its parent becomes a child of this process, and can be found.
     LIBC.prctl(SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     started = subprocess.Popen(command, **options)
-    times, idle = {}, 0
+    progress = Progress(started.pid, limit)
     while True:
         # Seconds are counted here, not by a clock, which goes on while the whole machine stands still.
         with contextlib.suppress(subprocess.TimeoutExpired):
             return started.wait(timeout=1)
-        before, times = times, processes_of(started.pid)
-        idle = 0 if times != before else idle + 1
-        if why := why_no_progress(times, idle, limit):
+        if why := progress.look():
             text, files = describe(started.pid)
             started.kill()
             end(os.getpid())
@@ -178,12 +202,12 @@ def run_to_end(command, code):
             print(f"{stuck}\nThat is the heap of Wine; once more", flush=True)
 
 
-def run_showing_errors(command, limit):
+def run_showing_errors(command):
     """The exit code; what Wine had to say is shown unless it is 0."""
     with tempfile.TemporaryDirectory() as folder:
         errors = pathlib.Path(folder) / "wine"
         try:
-            code = run(command, limit, env=dict(os.environ, TARVO_WINE_ERRORS=str(errors)))
+            code = run(command, env=dict(os.environ, TARVO_WINE_ERRORS=str(errors)))
         except NoProgress as stuck:
             print(stuck, file=sys.stderr)
             code = NO_PROGRESS
@@ -197,12 +221,8 @@ def run_showing_errors(command, limit):
     return code
 
 
-def main(arguments):
-    limit = PROCESSOR_SECONDS
-    if arguments[0] == "--processor":
-        limit = int(arguments[1])
-        arguments = arguments[2:]
-    code = run_showing_errors(arguments, limit)
+def main(command):
+    code = run_showing_errors(command)
     sys.exit(code if code >= 0 else 128 - code)
 
 
