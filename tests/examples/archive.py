@@ -1,4 +1,4 @@
-"""Tests tarvo-archive: archive.py [--thorough] PROGRAM [ARGUMENT...]
+"""Tests tarvo-archive: archive.py [--thorough] [--only TEST,...] PROGRAM [ARGUMENT...]
 
 Archives are made and read here as well as by the program, see archiveformat.py; those of earlier versions lie in
 tests/fixtures. Everything happens in a folder of its
@@ -554,18 +554,24 @@ def run_on_terminal(arguments):
 
 def main(arguments):
     global PROGRAM, THOROUGH, WINDOWS
-    THOROUGH = arguments[0] == "--thorough"
-    PROGRAM = arguments[1:] if THOROUGH else arguments
+    only = []
+    while arguments[0].startswith("--"):
+        option = arguments.pop(0)
+        if option == "--only":
+            only = arguments.pop(0).split(",")
+        THOROUGH = THOROUGH or option == "--thorough"
+    PROGRAM = arguments
     WINDOWS = PROGRAM[-1].endswith(".exe")
     os.umask(0o022)
-    for name, test in list(globals().items()):
-        if name.startswith("test_") or (name.startswith("linux_test_") and not WINDOWS):
-            begin = time.monotonic()
-            with tempfile.TemporaryDirectory() as folder:
-                os.chdir(folder)
-                test()
-                os.chdir("/")
-            print(f"{name}: {time.monotonic() - begin:.1f} s", flush=True)
+    names = [name for name in globals() if name.startswith("test_") or (name.startswith("linux_test_") and not WINDOWS)]
+    assert set(only) <= set(names), f"there is no {' or '.join(set(only) - set(names))}"
+    for name in only or names:
+        begin = time.monotonic()
+        with tempfile.TemporaryDirectory() as folder:
+            os.chdir(folder)
+            globals()[name]()
+            os.chdir("/")
+        print(f"{name}: {time.monotonic() - begin:.1f} s", flush=True)
 
 
 main(sys.argv[1:])
