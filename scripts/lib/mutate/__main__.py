@@ -1,8 +1,8 @@
 """Plants faults in the sources, one at a time, and says which of them the tests find.
 
-The faults are drawn from the seed and all of them built at once, each behind a switch, in a copy of the tree: the sources
-stay as they are. Then the tests run for each of them. Everything lies in build/mutate: the reports, and after an
-interruption what is known so far.
+The faults are drawn from the seed and all of them built at once, each behind a switch, in a copy of the tree: the
+sources stay as they are. Then the tests run for each of them. Everything lies in build/mutate: the reports, and after
+an interruption what is known so far.
 """
 
 import argparse
@@ -11,7 +11,7 @@ import random
 import sys
 import time
 
-from mutate import judge, plant, report
+from mutate import judge, plant, report, selftest
 
 STATE = plant.WORK / "state.json"
 VERDICTS = plant.WORK / "verdicts.jsonl"
@@ -31,6 +31,7 @@ def arguments():
                         "many tests wait; the compiler runs in as many processes, but for one")
     parser.add_argument("--list", action="store_true", help="shows what would be drawn, and builds nothing")
     parser.add_argument("--resume", action="store_true", help="goes on where the last run was interrupted")
+    parser.add_argument("--self-test", action="store_true", help="tries the planter on a small program, in seconds")
     parser.add_argument("--markdown", action="store_true", help="prints the tables of docs/reliability.md from the "
                         "reports that are there, and does nothing else")
     options = parser.parse_args()
@@ -118,6 +119,8 @@ def main():
     options = arguments()
     if options.markdown:
         print(report.markdown(), end="")
+    elif options.self_test:
+        selftest.main()
     elif options.list:
         seed = options.seed if options.seed is not None else random.SystemRandom().randrange(1, 10**6)
         show_list(plant.plant(options.areas or list(plant.AREAS), 0, seed, options.jobs, say), options.count)

@@ -137,10 +137,12 @@ def switch(fault, inner):
 
 
 def render(data, start, end, faults):
-    """The text between the offsets with the faults in it, which lie within one another or apart; the outermost first."""
+    """The text between the offsets with the faults in it, which lie within one another or apart."""
     pieces = []
     position = start
-    rest = sorted(faults, key=lambda fault: (fault.site.start, -fault.site.end, fault.number))
+    # Of those in the same place, what has no value is outside.
+    rest = sorted(faults, key=lambda fault: (fault.site.start, -fault.site.end, fault.site.form != sites.DELETION,
+                                             fault.number))
     while rest:
         outer, rest = rest[0], rest[1:]
         inside = [fault for fault in rest if fault.site.end <= outer.site.end]
@@ -192,7 +194,7 @@ def culprits(output, faults):
 
 
 def build(jobs):
-    return run(["cmake", "--build", str(BUILD), "--parallel", str(jobs), "--", "-k", "0"])
+    return run(["nice", "-n", "5", "cmake", "--build", str(BUILD), "--parallel", str(jobs), "--", "-k", "0"])
 
 
 def plant(areas, count, seed, jobs, say):

@@ -17,9 +17,9 @@ from clang.cindex import CursorKind, Index, TranslationUnit
 # How a fault is written: a value in place of another, an expression that is left out, or a condition that is negated.
 VALUE, DELETION, NEGATION = "value", "deletion", "negation"
 
-# A place and what stands there with the fault. `start` and `end` are offsets in the file; `text` replaces what is between
-# them. `constant` says that the function may also run in the compiler. Two places with one line, kind and change differ
-# in `start` alone.
+# A place and what stands there with the fault. `start` and `end` are offsets in the file; `text` replaces what is
+# between them. `constant` says that the function may also run in the compiler. Two places with one line, kind and
+# change differ in `start` alone.
 Site = collections.namedtuple("Site", "file start end line kind form text constant source change")
 
 KINDS = ("comparison", "operator", "assignment", "constant", "order", "deletion", "negation", "swap")
@@ -243,7 +243,8 @@ class Finder:
     def deletion(self, cursor, constant):
         area = span(cursor)
         text = plain(self.source.text(*area))
-        if not cursor.kind.is_expression() or self.source.behind(area[1]) != ";" or text.startswith("static_cast<void>"):
+        if not cursor.kind.is_expression() or self.source.behind(area[1]) != ";" \
+                or text.startswith("static_cast<void>"):
             return
         self.add("deletion", DELETION, area, text, constant, change=f"{text} -> nothing")
 
@@ -288,8 +289,9 @@ class Finder:
 
     @staticmethod
     def may_guard(left, right):
-        """Whether the order of the two sides matters: the right one uses, by a call or access, what the left one names."""
-        names = set(re.findall(r"\b[A-Za-z_]\w*\b", left)) - {"nullptr", "std", "this", "true", "false", "TARVO_CHECKED"}
+        """Whether the order may matter: the right side uses, by a call or access, what the left one names."""
+        names = set(re.findall(r"\b[A-Za-z_]\w*\b", left))
+        names -= {"nullptr", "std", "this", "true", "false", "TARVO_CHECKED"}
         used = set(re.findall(r"\b[A-Za-z_]\w*\b", right))
         return bool(names & used) and re.search(r"->|\*|\[|\w\(|/|%|\.\w+\(", right) is not None
 

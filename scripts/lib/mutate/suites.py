@@ -1,7 +1,7 @@
 """The tests of a build with planted faults, and how one run of them goes.
 
-A suite is a program that runs one or more tests, its cases, of which it says as it runs how each one goes. It can be told
-which to run.
+A suite is a program that runs one or more tests, its cases, of which it says as it runs how each one goes. It can be
+told which to run.
 """
 
 import collections
@@ -26,8 +26,8 @@ MOST_OUTPUT = 8 << 20
 MOST_MEMORY = 4 << 30
 MOST_ON_DISK = 2 << 30
 
-# What a run of some cases gave: why each one that failed did, how long each took, which were left when it broke off, and
-# the last that was printed.
+# What a run of some cases gave: why each one that failed did, how long each took, which were left when it broke off,
+# and the last that was printed.
 Result = collections.namedtuple("Result", "failures durations left output")
 
 # The program's own end, where leaks are looked for, is no case that has a name.
@@ -96,7 +96,7 @@ class GoogleTests(Suite):
 
 
 class ArchiveTests(Suite):
-    """A script that says of each test that it went well, in the order of the tests, and ends with the first that fails."""
+    """A script that says of each test that it went well, in their order, and ends with the first that fails."""
 
     def __init__(self, entry):
         super().__init__(entry)
