@@ -8,10 +8,11 @@ an interruption what is known so far.
 import argparse
 import json
 import random
+import signal
 import sys
 import time
 
-from mutate import judge, plant, report, selftest
+from mutate import judge, plant, report, selftest, suites
 
 STATE = plant.WORK / "state.json"
 VERDICTS = plant.WORK / "verdicts.jsonl"
@@ -33,7 +34,7 @@ def arguments():
     parser.add_argument("--resume", action="store_true", help="goes on where the last run was interrupted")
     parser.add_argument("--self-test", action="store_true", help="tries the planter on a small program, in seconds")
     parser.add_argument("--markdown", action="store_true", help="prints the tables of docs/reliability.md from the "
-                        "reports that are there, and does nothing else")
+                        "reports that are there, and brings the reports up to date with tests/equivalentfaults.json")
     options = parser.parse_args()
     if unknown := set(options.areas) - set(plant.AREAS):
         parser.error(f"there is no area {', '.join(sorted(unknown))}; there are {', '.join(plant.AREAS)}")
@@ -105,6 +106,7 @@ def test(state, jobs):
         for area in state["areas"]:
             open_ones = [Task(entry) for entry in state["faults"]
                          if entry["area"] == area and entry["number"] not in verdicts]
+            say(f"{area}: {len(open_ones)} faults are tried; '!' is one that no test finds")
             for verdict in bench.judge_all(open_ones):
                 verdicts[verdict["number"]] = verdict
                 log.write(json.dumps(verdict) + "\n")
@@ -115,7 +117,14 @@ def test(state, jobs):
     say("done")
 
 
+def end(*_):
+    suites.ending.set()
+    raise KeyboardInterrupt
+
+
 def main():
+    signal.signal(signal.SIGINT, end)
+    signal.signal(signal.SIGTERM, end)
     options = arguments()
     if options.markdown:
         print(report.markdown(), end="")
@@ -133,4 +142,7 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except KeyboardInterrupt:
+        sys.exit("mutate: interrupted; scripts/mutate --resume goes on once the faults are built")

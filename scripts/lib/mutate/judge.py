@@ -111,7 +111,8 @@ class Trial:
             other = [case for case in suite.cases if case not in own]
             if other:
                 rest.append((suite, other))
-        rest.sort(key=lambda item: (len(item[1]) == 1, sum(self.judge.usual.get(case, 0) for case in item[1])))
+        rest.sort(key=lambda item: (not isinstance(item[0], suites.GoogleTests),
+                                    sum(self.judge.usual.get(case, 0) for case in item[1])))
         for suite, cases in rest:
             # A program that does not come to the place without the fault does not come to it with it either.
             if not self.tests and self.reaches(suite):

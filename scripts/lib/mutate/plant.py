@@ -176,6 +176,7 @@ def culprits(output, faults):
             by_line[fault.site.file, line].add(fault)
     found = set()
     context = set()
+    blamed = set()
     for line in output.split("\n"):
         # Paths may be relative to the build folder.
         place = re.search(r"([^\s:]+\.(?:h|cpp)):(\d+):", line)
@@ -185,11 +186,21 @@ def culprits(output, faults):
         here = by_line.get((name, int(place[2])), set())
         if re.search(r": (fatal )?error: ", line):
             found |= here or context
+            blamed.add((name, int(place[2])))
             context = set()
         else:
             context |= here
             # What the compiler notes after an error may be its reason.
             found |= here if ": note: " in line else set()
+    return found or nearest(blamed, faults)
+
+
+def nearest(blamed, faults):
+    """In each file the fault nearest to an error: initialisers of members make trouble where a constructor stands."""
+    found = set()
+    for name, line in blamed:
+        here = [fault for fault in faults if fault.site.file == name]
+        found |= {min(here, key=lambda fault: abs(fault.site.line - line))} if here else set()
     return found
 
 

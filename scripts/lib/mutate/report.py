@@ -112,6 +112,7 @@ def stored():
             for entry in report["faults"]:
                 entry["reason"] = reason_of(entry, reasons)
             check_equivalents(area, report["faults"])
+            write(report)
             reports.append(report)
     return reports
 
