@@ -94,10 +94,10 @@ int main(int, char** arguments)
     const bool one = std::strcmp(arguments[1], "one") == 0;
     if (one)
         useOneProcessor();
-    const std::size_t others = Resources::Now().threads;
     const CkThreadPoolShutdown shutdown;
     CkThreadPool& pool = CkThreadPool::GetInstance();
     const unsigned int processors = CkMachineCapabilities::GetCPUCount();
+    const std::size_t others = Resources::Now().threads - processors;
     if (std::strcmp(arguments[1], "adders") == 0)
     {
         for (int i = 0; i < 200; ++i)

@@ -8,7 +8,6 @@
 #    include <cerrno>
 #    include <cstdlib>
 #    include <dlfcn.h>
-#    include <new>
 #    include <pthread.h>
 #endif
 
@@ -67,6 +66,7 @@ extern "C" TARVO_EXPORT int pthread_create(pthread_t* thread, const pthread_attr
     return refusals::isRefused() ? EAGAIN : next(thread, attributes, start, argument);
 }
 
+// The sanitizers have heaps of their own.
 #    if !TARVO_ADDRESS_SANITIZER && !TARVO_THREAD_SANITIZER
 
 extern "C" void* __libc_malloc(std::size_t size);
@@ -77,23 +77,5 @@ extern "C" TARVO_EXPORT void* malloc(std::size_t size) noexcept
 }
 
 #    endif
-
-TARVO_EXPORT void* operator new(std::size_t size)
-{
-    void* const memory = refusals::isRefused() ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-TARVO_EXPORT void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-TARVO_EXPORT void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 #endif

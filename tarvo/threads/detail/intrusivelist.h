@@ -31,8 +31,11 @@ public:
     T* TakeHead() noexcept
     {
         T* const element = m_head;
-        if (element != nullptr)
-            Remove(*element);
+        if (element == nullptr)
+            return nullptr;
+        m_head = element->next;
+        (m_head != nullptr ? m_head->previous : m_tail) = nullptr;
+        --m_count;
         return element;
     }
 

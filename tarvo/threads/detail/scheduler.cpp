@@ -28,7 +28,7 @@ bool tryAddTask(Submitter& submitter, Scheduler::Task& task, unsigned int priori
 /// The first task of the highest priority. There is one.
 Scheduler::Task takeFirstTask(Submitter& submitter) noexcept
 {
-    const auto priority = static_cast<unsigned int>(std::bit_width(submitter.prioritiesInUse)) - 1;
+    const auto priority = static_cast<unsigned int>(std::bit_width(submitter.prioritiesInUse >> 1));
     auto& queue = submitter.queues[priority];
     Scheduler::Task task = std::move(queue.GetHead());
     queue.RemoveHead();

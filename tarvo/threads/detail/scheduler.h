@@ -103,9 +103,9 @@ public:
     Scheduler& operator=(const Scheduler&) = delete;
     ~Scheduler();
 
-    /// Gives the task to an idle worker, if its submitter has a free slot and nothing queued before it, or else queues
+    /// Gives the task of the submitter `id` to an idle worker, if that submitter has a free slot and nothing queued before it, or else queues
     /// it, and then takes it over. Calls `onAdd`, and `doNotRun` in the first case; both may add tasks themselves.
-    Added Add(Task& task, ULONG submitter, unsigned int priority);
+    Added Add(Task& task, ULONG id, unsigned int priority);
 
     /// Called by a worker that is pending or whose task has been released. The worker's next task: of the same submitter, else
     /// of the one that has waited longest with a task that can start. Null, and the worker is idle, when none can.
