@@ -1,6 +1,7 @@
 #pragma once
 
-#include <filesystem>
+#include <support/programfolder.h>
+
 #include <string>
 
 #if defined(_WIN32)
@@ -56,7 +57,7 @@ inline void* moduleOf(const void* address)
 
 inline std::string pathOf(const std::string& name)
 {
-    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / (name + ".so")).string();
+    return (programFolder() / (name + ".so")).string();
 }
 
 inline void* load(const std::string& name)

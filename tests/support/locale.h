@@ -1,5 +1,7 @@
 #pragma once
 
+#include <support/programfolder.h>
+
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
@@ -29,7 +31,7 @@ private:
     /// Compiles the locale beside the program, which needs no rights, from the definitions of the package `locales`.
     static bool make()
     {
-        const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+        const std::string folder = programFolder().string();
         const std::string command = "localedef -i de_DE -f UTF-8 '" + folder + "/de_DE.UTF-8' >/dev/null 2>&1";
         if (!std::filesystem::exists(folder + "/de_DE.UTF-8") && std::system(command.c_str()) != 0)
             return false;

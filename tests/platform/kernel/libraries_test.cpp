@@ -1,5 +1,7 @@
 #include <tarvo/platform/kernel/kernel.h>
 
+#include <support/programfolder.h>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,6 +20,7 @@ DWORD errorOf(Call call)
 
 TEST(KernelLibraries, say_why_they_are_not_loaded)
 {
+    const InProgramFolder folder;
     // In the working directory, under names that Windows reads as a path, too.
     std::ofstream("./not_a_library.dll") << "a text";
     struct Row
@@ -46,6 +49,7 @@ TEST(KernelLibraries, say_why_they_are_not_loaded)
 
 TEST(KernelLibraries, find_what_they_export)
 {
+    const InProgramFolder folder;
     const HMODULE library = LoadLibraryW(CK_T("./diagnostics/needed.dll"));
     ASSERT_NE(library, nullptr);
     struct Row
