@@ -247,6 +247,7 @@ class Run:
         selector = selectors.DefaultSelector()
         selector.register(self.process.stdout, selectors.EVENT_READ)
         looked = time.monotonic()
+        before = looked
         while True:
             if selector.select(0.5):
                 data = os.read(self.process.stdout.fileno(), 1 << 16)
@@ -258,6 +259,9 @@ class Run:
             if ending.is_set():
                 raise KeyboardInterrupt
             now = time.monotonic()
+            # Whoever stops the script for a while stops the programs, too.
+            self.began += max(0, now - before - 5)
+            before = now
             usual = self.usual.get(self.current, 0) if self.current else 0
             if now - self.began > PATIENCE * usual + GRACE:
                 return "takes too long"
