@@ -511,8 +511,12 @@ TEST_F(CkThreadPoolTest, tells_what_becomes_of_a_task_and_of_a_shutdown)
 {
     const auto submit = [](Work* work) { return Peer::Pool().Submit(work, normal); };
     std::atomic<int> atEnd{-1};
-    EXPECT_EQ(submit(new Work([&] { t_atThreadEnd.action = [&] { atEnd = submit(new Work); }; })),
-              CkThreadPool::eSubmitAccepted);
+    const auto submitAtEnd = [&]
+    {
+        if constexpr (ownKernel) // elsewhere the compiler's run-time does not end thread_local objects in time
+            t_atThreadEnd.action = [&] { atEnd = submit(new Work); };
+    };
+    EXPECT_EQ(submit(new Work(submitAtEnd)), CkThreadPool::eSubmitAccepted);
     EXPECT_EQ(submit(nullptr), CkThreadPool::eSubmitDeclined);
     EXPECT_TRUE(Peer::Pool().WaitUntilIdle(INFINITE));
     EXPECT_EQ(submit(new Work({}, [] { return true; })), CkThreadPool::eSubmitDeclined);
@@ -521,7 +525,7 @@ TEST_F(CkThreadPoolTest, tells_what_becomes_of_a_task_and_of_a_shutdown)
         const CkThreadPoolShutdown guard(INFINITE, &result);
     }
     EXPECT_EQ(result, CkThreadPool::eShutdownDone);
-    EXPECT_EQ(atEnd, CkThreadPool::eSubmitClosed); // the worker has ended while the pool was closed
+    EXPECT_EQ(atEnd, ownKernel ? CkThreadPool::eSubmitClosed : -1); // the worker has ended while the pool was closed
     EXPECT_EQ(submit(new Work([this] { gate.Wait(INFINITE); })), CkThreadPool::eSubmitAccepted);
     {
         const CkThreadPoolShutdown guard(5, &result);
