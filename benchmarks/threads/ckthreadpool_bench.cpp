@@ -35,7 +35,7 @@ void work()
 }
 
 /// Tasks that work for a while and count, shared out among `submitters` threads: from the first submission until all
-/// have run. A single submitter is also the one who waits.
+/// have run. A single submitter also waits for that itself.
 template <class Pool, int microseconds>
 void runMany(benchmark::State& state, std::size_t submitters, std::size_t tasks)
 {
